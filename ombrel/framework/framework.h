@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+#include "ombrel/framework/agent.h"
+#include "ombrel/framework/angles.h"
+#include "ombrel/framework/buffer.h"
+#include "ombrel/framework/event_logger.h"
+#include "ombrel/framework/factory.h"
+#include "ombrel/framework/geometry.h"
+#include "ombrel/framework/hal.h"
+#include "ombrel/framework/isa.h"
+#include "ombrel/framework/region_clip.h"
+#include "ombrel/framework/roi.h"
+#include "ombrel/framework/startup.h"

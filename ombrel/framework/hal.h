@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+// The utility layer every module reports and measures through: assertions, diagnostic text, the debug
+// window, fixed-point rounding, the clock and a few platform queries. Every output goes to a sink the caller
+// may replace (tests install recorders instead of reading the terminal).
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string_view>
+
+namespace ombrel {
+
+// ---- Assertions -------------------------------------------------------------------------------------------
+// An assertion reports and returns; the operation goes on (inside the memory it owns).
+using AssertSink = std::function<void(const char* module, int line, const char* expression)>;
+// Installs `sink` (an empty function restores the default, standard error) and returns the previous one.
+AssertSink SetAssertSink(AssertSink sink);
+void handleAssert(const char* module, int line, const char* expression);
+
+// Reports `expression` when `ok` is false; returns `ok` so a caller can also act on it.
+inline bool Check(bool ok, const char* module, int line, const char* expression) {
+    if (!ok) handleAssert(module, line, expression);
+    return ok;
+}
+
+// ---- Diagnostic text --------------------------------------------------------------------------------------
+enum class TextChannel { Note, Log, Debug, Trace };
+using TextSink = std::function<void(TextChannel channel, std::string_view text)>;
+// One sink for all formatted diagnostic text (standard output by default); returns the previous one.
+TextSink SetTextSink(TextSink sink);
+
+void aprintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void logPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void debugPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void halHandleTrace(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// ---- Debug window -----------------------------------------------------------------------------------------
+using DebugWindowSink = std::function<void(uint32_t messageClass, std::string_view text)>;
+// Messages for the debug window (standard error by default); returns the previous sink.
+DebugWindowSink SetDebugWindowSink(DebugWindowSink sink);
+void DebugWndMsg(uint32_t messageClass, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+// ---- Fixed point ------------------------------------------------------------------------------------------
+// A double held as a signed fixed-point number with `fractionBits` fraction bits (0..30). The conversion
+// truncates toward zero at the last fraction bit; values beyond the 64-bit range saturate and NaN becomes 0.
+class FixDouble {
+public:
+    FixDouble(double value, int fractionBits);
+    int64_t Raw() const { return _raw; }
+    int FractionBits() const { return _fractionBits; }
+    double ToDouble() const;
+
+private:
+    int64_t _raw;
+    int _fractionBits;
+};
+// Nearest integer, halves away from zero; saturates to the int32 range.
+int32_t iround(const FixDouble& value);
+// Integer part, toward zero; saturates to the int32 range.
+int32_t itrunc(const FixDouble& value);
+
+// ---- Clock ------------------------------------------------------------------------------------------------
+// Both forms read the same monotonic clock, whose origin lies before the process started (so times are > 0).
+struct INT_TIME_UNIT {
+    int32_t seconds = 0;
+    int32_t microseconds = 0;
+};
+void HalGetClock(INT_TIME_UNIT* time);
+void HalGetClock(double* seconds);
+
+// ---- Platform queries -------------------------------------------------------------------------------------
+// Bytes of memory the system can still give this process (MemAvailable), 0 when unknown.
+uint64_t memAvail();
+// "$Revision: 1.4 $" gives 100400000: major * 100000000 + minor * 100000 (+ a third number * 100).
+// Text without a version gives 0.
+int64_t RCSStringToNumber(const char* revision);
+
+}  // namespace ombrel
+
+// Reports the literal text of `condition` under `module` and `line` when it does not hold.
+#define OMBREL_ASSERT(module, line, condition) \
+    ::ombrel::Check(static_cast<bool>(condition), (module), (line), #condition)
+// As OMBREL_ASSERT, where no line is prescribed: the real source line is reported.
+#define OMBREL_ASSERT_HERE(module, condition) OMBREL_ASSERT(module, __LINE__, condition)

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#include "ombrel/framework/startup.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "ombrel/framework/angles.h"
+
+namespace ombrel {
+namespace {
+
+TEST(AngleConstants, UseTheLibrarysOwnPiBitForBit) {
+    EXPECT_EQ(std::bit_cast<uint64_t>(kPi), 0x400921FB54441C5Bull);
+    EXPECT_EQ(kTwoPi, 6.28318530717578);
+    EXPECT_NE(kTwoPi, 6.283185307179586);
+    EXPECT_EQ(kPiOver4, 0.7853981633969725);
+    EXPECT_EQ(kThreePiOver4, 2.3561944901909175);
+    EXPECT_EQ(kMinusPiOver4, -0.7853981633969725);
+    EXPECT_EQ(kMinusThreePiOver4, -2.3561944901909175);
+}
+
+class MachineConfig : public ::testing::Test {
+protected:
+    void Write(const std::string& text) {
+        path_ = ::testing::TempDir() + "ombrel_machine_" + std::to_string(counter_++) + ".conf";
+        std::ofstream(path_) << text;
+        setenv("OMBREL_MACHINE_CONFIG", path_.c_str(), 1);
+    }
+    void TearDown() override { unsetenv("OMBREL_MACHINE_CONFIG"); }
+    bool FineGrid() { return QueryMachineValue("HKEY_LOCAL_MACHINE\\Software\\Quorvane", "UseFineGridCorrelation"); }
+    std::string path_;
+    int counter_ = 0;
+};
+
+TEST_F(MachineConfig, PresenceAloneSwitchesTheSettingOn) {
+    Write("[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\nUseFineGridCorrelation=0\n");
+    EXPECT_TRUE(FineGrid());
+    Write("[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\nUseFineGridCorrelation=\n");
+    EXPECT_TRUE(FineGrid());
+    Write("; comment\n[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\n  UseFineGridCorrelation = " +
+          std::string(32, 'x') + "\n");
+    EXPECT_TRUE(FineGrid()) << "32 bytes of data still fit the query";
+}
+
+TEST_F(MachineConfig, MissingFileSectionOrValueAndOverlongDataLeaveItOff) {
+    setenv("OMBREL_MACHINE_CONFIG", "/nonexistent/ombrel.conf", 1);
+    EXPECT_FALSE(FineGrid());
+    Write("[HKEY_LOCAL_MACHINE\\Software\\Other]\nUseFineGridCorrelation=1\n");
+    EXPECT_FALSE(FineGrid());
+    Write("[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\nUseFineGrid=1\n");
+    EXPECT_FALSE(FineGrid());
+    Write("[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\nUseFineGridCorrelation=" + std::string(33, '1') + "\n");
+    EXPECT_FALSE(FineGrid());
+}
+
+TEST(Startup, InitInstanceSucceedsAndBuildsTheGreyTables) {
+    EXPECT_EQ(TheOmbrelApp().InitInstance(), 1);
+    const auto grey = [](int r, int g, int b) {
+        return (ColorUtilities::RedToGrey()[r] + ColorUtilities::GreenToGrey()[g] + ColorUtilities::BlueToGrey()[b]) >> 16;
+    };
+    EXPECT_EQ(grey(255, 255, 255), 255u);
+    EXPECT_EQ(grey(0, 0, 0), 0u);
+    EXPECT_EQ(grey(255, 0, 0), 76u);  // 0.299 * 255 = 76.2
+    EXPECT_EQ(grey(0, 255, 0), 150u);  // 0.587 * 255 = 149.7
+}
+
+}  // namespace
+}  // namespace ombrel

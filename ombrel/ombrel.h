@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+// Everything Ombrel offers, one include.
+#pragma once
+#include "ombrel/framework/framework.h"
