@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// A subcommand of the ombrel program. Each lives in its own file under commands/ and is listed once in
+// commands.cpp: adding an operation is one file and one line.
+#pragma once
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <ombrel/framework/buffer.h>
+
+#include "../batch.h"
+#include "../image_io.h"
+
+namespace ombrel::cli {
+
+// Runs the subcommand after the command line has been parsed; returns the exit status.
+using CommandRun = std::function<int()>;
+
+struct Command {
+    const char* name;
+    // Adds the subcommand, with its options and help, to `program`.
+    CommandRun (*add)(CLI::App& program);
+};
+
+// Every subcommand, in the order --help lists them.
+const std::vector<Command>& Commands();
+
+// A failure of one input that the batch runner reports as "ombrel CMD: FILE: problem".
+class InputError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Reads an image or throws InputError with the reader's problem.
+DecodedImage LoadImage(const std::string& path);
+
+// The fields every per-image JSON record starts with: file, format, size, how it was converted.
+Json ImageRecord(const std::string& path, const DecodedImage& image);
+
+// Writes an image or throws InputError naming the output file.
+void SaveImage(const std::string& path, const Buffer& image);
+void SaveJson(const std::string& path, const Json& document);
+
+// The usual --jobs option (1..256 threads, default 1).
+void AddJobsOption(CLI::App* command, int* jobs);
+// Refuses an output path whose format cannot be written (used as a CLI11 check).
+CLI::Validator OutputImageValidator();
+
+}  // namespace ombrel::cli
