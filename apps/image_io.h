@@ -33,6 +33,9 @@ struct DecodeLimits {
     int maxSide = kMaxImageSide;
     // Largest pixel allocation in bytes; 0 means "what the machine has available".
     uint64_t maxBytes = 0;
+    // PNG chunk checksums are verified unless this is false (only the fuzz targets turn it off, so that
+    // mutated files reach the decoder instead of stopping at the checksum).
+    bool checkPngCrc = true;
 };
 
 struct DecodedImage {

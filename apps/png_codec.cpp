@@ -101,6 +101,12 @@ bool DecodeInSession(PngSession* s, MemoryReader* reader, const DecodeLimits& li
     // Our own size check gives the clearer message; libpng's limits only guard its ancillary chunks.
     png_set_user_limits(s->png, 0x7fffffff, 0x7fffffff);
     png_set_chunk_malloc_max(s->png, 16u << 20);
+    if (!limits.checkPngCrc) {
+        png_set_crc_action(s->png, PNG_CRC_QUIET_USE, PNG_CRC_QUIET_USE);
+#if defined(PNG_IGNORE_ADLER32)
+        png_set_option(s->png, PNG_IGNORE_ADLER32, PNG_OPTION_ON);
+#endif
+    }
     const int channels = ReadHeader(s, limits);
     if (channels != 1 && channels != 3) {
         if (channels != 0) std::snprintf(s->message, sizeof s->message, "unexpected channel count");

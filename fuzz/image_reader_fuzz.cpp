@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+// Any bytes given to the image reader must give an image or a message: never a crash, a hang, a leak or
+// a read outside the file's bytes.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "image_io.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    ombrel::cli::DecodeLimits limits;
+    // Small enough that the fuzzer's memory limit is never the thing that stops it.
+    limits.maxSide = 4096;
+    limits.maxBytes = 32u << 20;
+    // Random mutations almost never repair a chunk's checksum; without this the fuzzer would not get past it.
+    limits.checkPngCrc = false;
+    const ombrel::cli::DecodedImage decoded = ombrel::cli::DecodeImage(data, size, limits);
+    if (decoded.image) {
+        // Touch every pixel so that a short or misplaced buffer shows up under AddressSanitizer.
+        unsigned sum = 0;
+        for (int y = 0; y < decoded.image->Height(); ++y) {
+            const uint8_t* row = decoded.image->Row(y);
+            for (int x = 0; x < decoded.image->Width(); ++x) sum += row[x];
+        }
+        if (!decoded.error.empty() || (sum == 1u && decoded.image->Width() == 0)) std::abort();
+    } else if (decoded.error.empty()) {
+        std::abort();  // a failure must always say why
+    }
+    return 0;
+}
