@@ -48,7 +48,7 @@ enum MaskOp : uint32_t {
 void fillWithValue(uint8_t* base, int width, int height, int value, int pitch);
 
 class MaskAgent : public Agent {
-public:
+  public:
     // Band 1..255: with MASK_BAND every non-zero source pixel under the mask becomes 1.
     MaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
     MaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high, unsigned op);
@@ -59,7 +59,7 @@ public:
     unsigned OpCode() const { return _opCode; }
     Buffer* DstBuf() const { return _dstBuf; }
 
-protected:
+  protected:
     int32_t _bandLow = 1;
     int32_t _bandHigh = 255;
     uint32_t _opCode = MASK_COPY;
@@ -67,7 +67,7 @@ protected:
 };
 
 class swMaskAgent : public MaskAgent {
-public:
+  public:
     swMaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
     swMaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high, unsigned op);
     int Go() override;
