@@ -11,7 +11,7 @@
 namespace ombrel {
 
 struct HistogramLanes {
-    static constexpr int kLanes = 4;
+    static constexpr int kLanes = 8;
     alignas(64) uint32_t lane[kLanes][256];
 };
 
