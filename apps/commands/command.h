@@ -9,9 +9,11 @@
 
 #include <CLI/CLI.hpp>
 #include <ombrel/framework/buffer.h>
+#include <ombrel/framework/roi.h>
 
 #include "../batch.h"
 #include "../image_io.h"
+#include "../options.h"
 
 namespace ombrel::cli {
 
@@ -42,6 +44,25 @@ Json ImageRecord(const std::string& path, const DecodedImage& image);
 // Writes an image or throws InputError naming the output file.
 void SaveImage(const std::string& path, const Buffer& image);
 void SaveJson(const std::string& path, const Json& document);
+
+// Where an operation works on an image: the region's origin and the region itself (the whole image, the
+// --roi rectangle, and/or the --mask image, whose non-zero pixels select).
+struct Placement {
+    Point origin;
+    ROI roi;
+    Region region;  // the rectangle the region spans, in image coordinates
+};
+
+// Builds the placement for `image`, or throws InputError: the region must lie inside the image and the mask
+// must have the region's size.
+Placement PlaceRegion(const Buffer& image, const std::optional<Region>& region, const Buffer* mask,
+                      const std::string& maskPath);
+
+// Reads the --mask image once for a whole batch (null when `path` is empty); throws InputError naming it.
+std::shared_ptr<const Buffer> LoadMask(const std::string& path);
+
+// The region as a JSON object: x, y, width, height and whether a mask restricts it.
+Json RegionRecord(const Placement& placement);
 
 // The usual --jobs option (1..256 threads, default 1).
 void AddJobsOption(CLI::App* command, int* jobs);

@@ -5,10 +5,12 @@
 namespace ombrel::cli {
 
 CommandRun AddDemoCommand(CLI::App& program);
+CommandRun AddHistCommand(CLI::App& program);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", AddDemoCommand},
+        {"hist", AddHistCommand},
     };
     return commands;
 }
