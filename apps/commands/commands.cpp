@@ -5,12 +5,16 @@
 namespace ombrel::cli {
 
 CommandRun AddDemoCommand(CLI::App& program);
+CommandRun AddArithCommand(CLI::App& program);
 CommandRun AddHistCommand(CLI::App& program);
+CommandRun AddMaskCommand(CLI::App& program);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", AddDemoCommand},
+        {"arith", AddArithCommand},
         {"hist", AddHistCommand},
+        {"mask", AddMaskCommand},
     };
     return commands;
 }
