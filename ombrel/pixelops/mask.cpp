@@ -54,11 +54,12 @@ bool IsKnownOp(uint32_t op) {
     }
 }
 
-// Clears the destination row by row through its pitch; a row is never cleared past its pitch, so a
-// destination of another depth is cleared only within its own rows.
+// Clears the destination row by row through its pitch: for 8-bit images `width` bytes per row, as the fill
+// helper is given; a destination of another depth is cleared over its own row bytes, never past its pitch.
 void ClearDestination(const Buffer& dst) {
-    const int rowBytes = std::min(dst.Width(), dst.Pitch());
-    fillWithValue(dst.BaseAddr(), rowBytes, dst.Height(), 0, dst.Pitch());
+    const int64_t rowBytes =
+        std::min<int64_t>(Buffer::RowBytes(dst.Width(), dst.BitsPerPixel()), dst.Pitch());
+    fillWithValue(dst.BaseAddr(), static_cast<int>(rowBytes), dst.Height(), 0, dst.Pitch());
 }
 
 }  // namespace

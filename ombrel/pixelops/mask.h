@@ -17,7 +17,7 @@
 //      the agent's intended behaviour, kept as it is.
 //   3. Go() returns 0.
 // Work is clipped to the part of the region inside both buffers; both must be 8-bit (otherwise the
-// destination is cleared, as far as its rows reach, and nothing else happens).
+// destination is only cleared, over the bytes of its own rows).
 #pragma once
 #include <cstdint>
 
