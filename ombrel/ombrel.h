@@ -2,3 +2,4 @@
 // Everything Ombrel offers, one include.
 #pragma once
 #include "ombrel/framework/framework.h"
+#include "ombrel/blob/blob.h"
