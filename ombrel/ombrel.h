@@ -2,4 +2,5 @@
 // Everything Ombrel offers, one include.
 #pragma once
 #include "ombrel/framework/framework.h"
+#include "ombrel/pixelops/pixelops.h"
 #include "ombrel/blob/blob.h"

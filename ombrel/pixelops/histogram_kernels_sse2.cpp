@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#include <cstdint>
+#include <cstring>
+
+#include "ombrel/pixelops/histogram_kernels.h"
+
+namespace ombrel::sse2 {
+namespace {
+#include "ombrel/pixelops/histogram_kernels_unrolled.h"
+}  // namespace
+
+int CountSpan(const uint8_t* p, int n, HistogramLanes& lanes) {
+    return CountSpanUnrolled(p, n, lanes);
+}
+
+}  // namespace ombrel::sse2

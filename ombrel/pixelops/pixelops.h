@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+#include "ombrel/pixelops/histogram.h"
+#include "ombrel/pixelops/mask.h"
