@@ -31,6 +31,7 @@
 #include <vector>
 
 #include "ombrel/blob/blob_result.h"
+#include "ombrel/blob/blob_rle.h"
 #include "ombrel/framework/agent.h"
 
 namespace ombrel {
@@ -86,8 +87,12 @@ protected:
     void mergeBlobs(Blob* survivor, Blob* other);
     void recpreprocess(Blob* blob);
     void delbdry(Blob* blob);
+    static void HCells(Blob* blob);
+    static void MoveChildren(Blob* from, Blob* to);
+    static void UnlinkChild(Blob* blob, Blob*& parentChild, Blob*& parentLast);
+    void TraceReferrers(const Blob* blob);
 
-    int _lowThr = 0;
+    int _lowThr = 0;  // a bad band (reported by the factory) selects no pixel
     int _highThr = 255;
     int _StepX = 1;
     int _StepY = 1;
@@ -102,6 +107,7 @@ protected:
     // Working extent of the last run (region size clipped to 16-bit coordinates).
     int _roiWidth = 0;
     int _roiHeight = 0;
+    std::vector<BdryCell*> _chainScratch;
 };
 
 class swBlobAgent : public BlobAgent {
@@ -117,29 +123,37 @@ protected:
     int PreGo() override;
 
 private:
-    struct RowCoder;
+    int Stop(int32_t status);
+    void Fail(int32_t status);
     int RunRows();
-    int JoinRow(const int16_t* trans, const int32_t* greys, int y);
-    int newseg(SSegment* after, int16_t start, Blob* enclosing, int y);
+    int CodeRow(const Buffer* buf, Point origin, const Rect& clip, int row, blobrle::Band band, bool emptyBand);
+    void JoinRow(int n, int y);
+    void ContinueRun(SSegment* seg, int s, int t, int32_t grey, int y);
+    SSegment* newseg(SSegment* last, int s, int t, int32_t grey, int y);
     void endseg(SSegment* before);
     bool incbdry(SSegment* seg, int x, int y);
+    BdryCell* NewChain();
     int PrepareMask();
-    void Unlink(SSegment* seg);
+    void DeleteMaskAgent();
     void Link(SSegment* seg, Blob* blob);
-    void Fail(int32_t status);
+    void Unlink(SSegment* seg);
 
-    SSegment* _head = nullptr;  // sentinel of the active list
+    SSegment* _head = nullptr;  // sentinel of the active list (x = -32767, the root)
+    SSegment* _term = nullptr;  // terminator (x = 32767)
     int _y = 0;
-    int _width = 0;            // columns actually coded (clipped)
+    int _sx = 1, _sy = 1;       // the steps of this run (a bad step was reported and runs as 1)
     bool _stopped = false;
+    Isa _isa = Isa::Scalar;
     std::vector<int16_t> _trans;  // transitions of the current row, then 32767 and -32768
-    std::vector<int32_t> _greys;
+    std::vector<int32_t> _greys;  // grey sum of the run ending at each transition
+    int32_t _greyTail = 0;        // grey sum of the run after the last transition
     // Masked regions.
     std::unique_ptr<Buffer> _pMaskedSrcBuf;
     MaskAgent* _maskAgent = nullptr;
     int _savedLow = 0;
     int _savedHigh = 0;
     bool _masked = false;
+    bool _maskRan = false;
 };
 
 // Blob agent over the whole image, a rectangle, an origin and region, or four ints (left, top, right, bottom).

@@ -24,7 +24,8 @@ inline constexpr uint32_t kImageTooComplexMessageClass = 0x10004;
 enum BlobStatus : int32_t {
     BLOB_OK = 0,
     BLOB_ERR_TOO_COMPLEX = -1003,  // a pool reached its chunk limit
-    BLOB_ERR_NO_MEMORY = -1505     // a chunk could not be allocated
+    BLOB_ERR_NO_MEMORY = -1505,    // a chunk could not be allocated
+    BLOB_ERR_NO_RESULT = -1        // Go without a result ("_pres" reported); nothing is done
 };
 
 // Process-wide chunk limit of every blob pool: max(512, 3n/32) when 3n/32 > 0 (integer arithmetic),

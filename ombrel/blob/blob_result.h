@@ -196,7 +196,7 @@ public:
     Blob* Next() const { return _Next; }
     int Label() const { return _label; }
     int Color() const { return _color; }
-    bool IsRoot() const { return _res != nullptr && _parent == nullptr && _color == -1 && _label == 0; }
+    bool IsRoot() const { return _parent == nullptr; }
     int32_t Area() const { return _area; }
     int32_t FilledArea() const { return _filledArea; }
     int32_t NumHoles() const { return _nHoles; }
@@ -231,6 +231,18 @@ private:
     void Radii();
     void RAngle();
     void LenWid();
+    void SetFilled(int32_t filled, int32_t holes) {
+        _filledArea = filled;
+        _nHoles = holes;
+    }
+    void CompleteFeatures();  // Moments, box, Holes, Axes
+    bool HasMoments() const;
+    double ImageX() const;
+    double ImageY() const;
+    template <class Fn>
+    bool WalkBoundary(Fn&& fn) const;
+    template <class Fn>
+    static void VisitUpwards(const BdryCell* chain, Fn&& fn);
 
     Blob* _parent = nullptr;
     Blob* _child = nullptr;
