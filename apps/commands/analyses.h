@@ -4,6 +4,7 @@
 #pragma once
 #include <string>
 
+#include "blob_features.h"
 #include "command.h"
 
 namespace ombrel::cli {
@@ -15,5 +16,19 @@ struct HistogramParams {
 
 // Runs the library's histogram agent over `placement` on `image`; throws InputError when it cannot.
 Json AnalyseHistogram(Buffer& image, const Placement& placement, const HistogramParams& params, std::string* table);
+
+struct BlobParams {
+    Band band;
+    int minArea = 1;
+    int maxArea = 2147483647;
+    bool noBorder = false;
+    Step step;
+    std::vector<FeatureName> features;
+};
+
+// Runs the library's blob agent over `placement` on `image` and, when `overlayPath` is not empty, writes
+// the colour overlay there; throws InputError when it cannot.
+Json AnalyseBlobs(Buffer& image, const Placement& placement, const BlobParams& params,
+                  const std::string& overlayPath, std::string* table);
 
 }  // namespace ombrel::cli

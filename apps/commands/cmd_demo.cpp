@@ -6,7 +6,7 @@
 
 #include <scenes/synthetic_scene.h>
 
-#include "command.h"
+#include "analyses.h"
 
 namespace ombrel::cli {
 namespace {
@@ -32,6 +32,9 @@ Json PartsRecord(const std::vector<scenes::PartShape>& parts) {
     return list;
 }
 
+// The band that separates the dark parts (grey 30..50) and defects from the lit background (178 and up).
+constexpr Band kDemoBand{0, 100};
+
 int RunDemo(const DemoOptions& options) {
     namespace fs = std::filesystem;
     std::error_code ec;
@@ -46,10 +49,14 @@ int RunDemo(const DemoOptions& options) {
         PrintError("demo", "scene", "not enough memory to make the scene");
         return 1;
     }
-    const std::string scenePath = (fs::path(options.out) / "scene.png").string();
-    const std::string jsonPath = (fs::path(options.out) / "demo.json").string();
+    const fs::path dir(options.out);
+    const std::string scenePath = (dir / "scene.png").string();
+    const std::string overlayPath = (dir / "overlay.png").string();
+    const std::string jsonPath = (dir / "report.json").string();
+    std::string text;
     try {
         SaveImage(scenePath, *scene);
+        const Placement whole = PlaceRegion(*scene, std::nullopt, nullptr, "");
         Json document;
         document["tool"] = "ombrel demo";
         document["scene"] = {{"file", scenePath},
@@ -57,17 +64,33 @@ int RunDemo(const DemoOptions& options) {
                              {"height", kSceneHeight},
                              {"seed", kSceneSeed},
                              {"parts_drawn", PartsRecord(parts)}};
+        document["histogram"] = AnalyseHistogram(*scene, whole, HistogramParams{}, &text);
+        BlobParams blobParams;
+        blobParams.band = kDemoBand;
+        std::string error;
+        ParseBlobFeatures(DefaultBlobFeatures(), &blobParams.features, &error);
+        document["blobs"] = AnalyseBlobs(*scene, whole, blobParams, overlayPath, &text);
         SaveJson(jsonPath, document);
     } catch (const InputError& e) {
         PrintError("demo", "output", e.what());
         return 1;
     }
     const auto holed = std::count_if(parts.begin(), parts.end(), [](const auto& p) { return p.holeRadius > 0; });
-    std::printf("Synthetic inspection scene: %d x %d pixels, %zu dark parts (%td with a hole) on a lit,\n"
-                "noisy background, with a scratch and a speck as defects.\n\n",
+    std::printf("Ombrel demo: a synthetic inspection scene, %d x %d pixels: %zu dark parts (%td with a hole)\n"
+                "on a lit, noisy background, with a scratch and a speck as defects.\n\n",
                 kSceneWidth, kSceneHeight, parts.size(), holed);
-    std::printf("Files written:\n  %s  the scene\n  %s  everything found, as JSON\n", scenePath.c_str(),
-                jsonPath.c_str());
+    std::printf("%s\n", text.c_str());
+    std::printf("Files written:\n"
+                "  %-28s the scene (8-bit grey PNG)\n"
+                "  %-28s what blob analysis found: boundaries (objects green, holes orange),\n"
+                "  %-28s centroids, principal axes and labels\n"
+                "  %-28s histogram, regions, features and the tree of objects and holes\n\n",
+                scenePath.c_str(), overlayPath.c_str(), "", jsonPath.c_str());
+    std::printf("Next, on the scene or your own images:\n"
+                "  ombrel blob %s --band 0:100 --min-area 20 --json parts.json --overlay parts.png\n"
+                "  ombrel hist %s --bins 32\n"
+                "  ombrel --help\n",
+                scenePath.c_str(), scenePath.c_str());
     return 0;
 }
 

@@ -6,6 +6,7 @@ namespace ombrel::cli {
 
 CommandRun AddDemoCommand(CLI::App& program);
 CommandRun AddArithCommand(CLI::App& program);
+CommandRun AddBlobCommand(CLI::App& program);
 CommandRun AddHistCommand(CLI::App& program);
 CommandRun AddMaskCommand(CLI::App& program);
 
@@ -13,6 +14,7 @@ const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", AddDemoCommand},
         {"arith", AddArithCommand},
+        {"blob", AddBlobCommand},
         {"hist", AddHistCommand},
         {"mask", AddMaskCommand},
     };
