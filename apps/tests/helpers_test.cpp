@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+// Option parsing and the batch machinery: what users type is accepted or refused in words, and a batch
+// keeps going past a failing file.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+#include "batch.h"
+#include "options.h"
+
+namespace ombrel::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(OptionValues, AcceptTheirRangeAndExplainRefusals) {
+    std::string error;
+    EXPECT_EQ(ParseBand("0:255", &error)->high, 255);
+    EXPECT_EQ(ParseBand("7:7", &error)->low, 7);
+    for (const char* bad : {"10:5", "-1:3", "0:256", "a:b", "1:2:3", "5", ":5", "5:", " 1:2"}) {
+        error.clear();
+        EXPECT_FALSE(ParseBand(bad, &error).has_value()) << bad;
+        EXPECT_NE(error.find("band"), std::string::npos) << bad;
+    }
+    const auto region = ParseRegion("10,20,300,200", &error);
+    ASSERT_TRUE(region);
+    EXPECT_EQ(region->AsRect(), (Rect{10, 20, 310, 220}));
+    for (const char* bad : {"1,2,3", "0,0,0,5", "-1,0,5,5", "1,2,3,4,5", "1,,3,4", "99999999999,0,1,1"}) {
+        EXPECT_FALSE(ParseRegion(bad, &error).has_value()) << bad;
+    }
+    EXPECT_TRUE(ParseStep("64,1", &error).has_value());
+    EXPECT_FALSE(ParseStep("0,1", &error).has_value());
+    EXPECT_FALSE(ParseStep("65,1", &error).has_value());
+
+    // A region must lie wholly inside the image; the message gives both sizes.
+    EXPECT_EQ(RegionProblem(Region{0, 0, 640, 480}, 640, 480), "");
+    EXPECT_EQ(RegionProblem(Region{1, 0, 640, 480}, 640, 480), "region 1,0,640,480 lies outside the 640 x 480 image");
+    EXPECT_NE(RegionProblem(Region{0, 479, 1, 2}, 640, 480), "");
+    EXPECT_NE(RegionProblem(Region{1000000, 0, 1000000, 1}, 640, 480), "");
+}
+
+class BatchFiles : public ::testing::Test {
+protected:
+    void SetUp() override {
+        _dir = fs::temp_directory_path() / ("ombrel_batch_" + std::to_string(::getpid()));
+        fs::create_directories(_dir / "shots");
+        fs::create_directories(_dir / "empty");
+        for (const char* name : {"b.pgm", "a.png", "notes.txt", "c.PNG"}) std::ofstream(_dir / "shots" / name) << "x";
+    }
+    void TearDown() override { fs::remove_all(_dir); }
+    fs::path _dir;
+};
+
+TEST_F(BatchFiles, FoldersExpandToTheirImagesAndOutputsGetDistinctNames) {
+    const std::string shots = (_dir / "shots").string(), empty = (_dir / "empty").string();
+    const std::vector<std::string> files = ExpandInputs({shots, "single.png", empty});
+    ASSERT_EQ(files.size(), 5u);
+    EXPECT_EQ(fs::path(files[0]).filename(), "a.png");
+    EXPECT_EQ(fs::path(files[1]).filename(), "b.pgm");
+    EXPECT_EQ(fs::path(files[2]).filename(), "c.PNG");
+    EXPECT_EQ(files[3], "single.png");
+    EXPECT_EQ(files[4], empty);  // kept, so that it fails with a message of its own
+
+    std::vector<std::string> paths;
+    std::string error;
+    ASSERT_TRUE(OutputPaths("one.png", {"x/in.png"}, "-overlay.png", &paths, &error));
+    EXPECT_EQ(paths, std::vector<std::string>{"one.png"});
+    const std::string out = (_dir / "out").string();
+    ASSERT_TRUE(OutputPaths(out, {"x/in.png", "y/in.pgm", "z/other.png"}, "-overlay.png", &paths, &error));
+    EXPECT_EQ(fs::path(paths[0]).filename(), "in-overlay.png");
+    EXPECT_EQ(fs::path(paths[1]).filename(), "in-2-overlay.png");
+    EXPECT_EQ(fs::path(paths[2]).filename(), "other-overlay.png");
+    EXPECT_TRUE(fs::is_directory(out));
+    // A file where the folder should be is refused.
+    EXPECT_FALSE(OutputPaths((_dir / "shots" / "a.png").string(), {"p", "q"}, ".png", &paths, &error));
+    EXPECT_NE(error.find("output folder"), std::string::npos);
+}
+
+TEST(Batch, EveryFileIsProcessedOnceInOrderAndAFailureStaysWithItsFile) {
+    std::vector<std::string> inputs;
+    for (int i = 0; i < 40; ++i) inputs.push_back("file" + std::to_string(i));
+    for (int jobs : {1, 3}) {
+        std::atomic<int> calls{0};
+        const auto outcomes = RunBatch(inputs, jobs, [&](const std::string& input, size_t index) {
+            ++calls;
+            if (index == 7) throw std::runtime_error("broken on purpose");
+            if (index == 9) throw 42;
+            FileOutcome outcome;
+            outcome.record = Json{{"index", index}, {"name", input}};
+            return outcome;
+        });
+        EXPECT_EQ(calls.load(), 40);
+        ASSERT_EQ(outcomes.size(), 40u);
+        for (size_t i = 0; i < 40; ++i) {
+            EXPECT_EQ(outcomes[i].input, inputs[i]);
+            if (i == 7) {
+                EXPECT_EQ(outcomes[i].error, "broken on purpose");
+            } else if (i == 9) {
+                EXPECT_EQ(outcomes[i].error, "unexpected failure");
+            } else {
+                EXPECT_TRUE(outcomes[i].ok());
+                EXPECT_EQ(outcomes[i].record["index"], i);
+            }
+        }
+        testing::internal::CaptureStderr();
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(ReportBatch("test", outcomes, true), 1);
+        testing::internal::GetCapturedStdout();
+        const std::string err = testing::internal::GetCapturedStderr();
+        EXPECT_NE(err.find("ombrel test: file7: broken on purpose\n"), std::string::npos) << err;
+        EXPECT_NE(err.find("40 images, 38 done, 2 failed: file7, file9"), std::string::npos) << err;
+    }
+}
+
+}  // namespace
+}  // namespace ombrel::cli
