@@ -157,7 +157,7 @@ int ReportBatch(const std::string& command, const std::vector<FileOutcome>& outc
         }
     }
     std::fflush(stdout);
-    if (outcomes.size() > 1) {
+    if (outcomes.size() > 1 && !(quiet && failed.empty())) {
         std::string summary = std::to_string(outcomes.size()) + " images, " +
                               std::to_string(outcomes.size() - failed.size()) + " done, " +
                               std::to_string(failed.size()) + " failed";
