@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 
 #include "ombrel/framework/factory.h"
 #include "ombrel/framework/hal.h"
@@ -61,6 +62,16 @@ uint8_t* PixelAt(const Buffer* buffer, int64_t x, int64_t y) {
 }
 
 int32_t Wrap32(uint64_t v) { return static_cast<int32_t>(static_cast<uint32_t>(v)); }
+
+// When every buffer's rows follow each other with no gap at the clipped width, the rectangle is one long
+// span: the kernels then run once instead of once per row. The pixel count of that span, or 0.
+int ContiguousPixels(const Rect& clip, std::initializer_list<const Buffer*> buffers) {
+    if (clip.IsEmpty()) return 0;
+    for (const Buffer* buffer : buffers)
+        if (buffer != nullptr && buffer->Pitch() != clip.Width()) return 0;
+    const int64_t pixels = int64_t{clip.Width()} * clip.Height();
+    return pixels <= INT32_MAX ? static_cast<int>(pixels) : 0;
+}
 
 }  // namespace
 
@@ -229,15 +240,22 @@ int swArithAgent::ProcessOp() {
     const arith::VectorPlan plan = arith::PlanVector(p, packed);
 
     uint64_t sum = 0, nonZero = 0;
-    ForEachSpan(_sRoi, clip, [&](int row, int col, int len) {
+    auto span = [&](int row, int col, int len) {
         const uint8_t* a = PixelAt(_srcBuf, int64_t{_sPt.x} + col, int64_t{_sPt.y} + row);
         const uint8_t* b = needB ? PixelAt(mSrcB, int64_t{mCornerB.x} + col, int64_t{mCornerB.y} + row) : nullptr;
         uint8_t* d = PixelAt(mDest, col, row);
-        const int done = kernels.span != nullptr ? kernels.span(a, b, d, len, plan) : 0;
+        const int done = kernels.span != nullptr ? kernels.span(a, b, d, len, plan, &sum, &nonZero) : 0;
+        if (done == len) return;
         routine(a + done, needB ? b + done : nullptr, d + done, len - done, p);
-        const int summed = kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : 0;
+        const int summed = done == 0 && kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : done;
         arith::scalar::SumSpan(d + summed, len - summed, &sum, &nonZero);
-    });
+    };
+    const int contiguous = _sRoi.IsMasked() ? 0 : ContiguousPixels(clip, {_srcBuf, needB ? mSrcB : nullptr, mDest});
+    if (contiguous > 0) {
+        span(clip.top, clip.left, contiguous);
+    } else {
+        ForEachSpan(_sRoi, clip, span);
+    }
     mResults[0] = Wrap32(sum);
     mResults[1] = Wrap32(nonZero);
     return 0;
@@ -259,14 +277,16 @@ void MultiplyRows(const Buffer* srcA, Point origin, const Buffer* srcB, Buffer* 
                   const arith::MultiplyParams& m, int32_t* results) {
     const arith::VectorKernels kernels = arith::KernelsFor(ActiveIsa());
     uint64_t sum = 0, nonZero = 0;
-    const int len = clip.Width();
-    for (int row = clip.top; row < clip.bottom; ++row) {
+    const int contiguous = ContiguousPixels(clip, {srcA, srcB, dest});
+    const int len = contiguous > 0 ? contiguous : clip.Width();
+    const int bottom = contiguous > 0 ? clip.top + 1 : clip.bottom;
+    for (int row = clip.top; row < bottom; ++row) {
         const uint8_t* a = PixelAt(srcA, int64_t{origin.x} + clip.left, int64_t{origin.y} + row);
         const uint8_t* b = PixelAt(srcB, clip.left, row);
         uint8_t* d = PixelAt(dest, clip.left, row);
-        const int done = kernels.multiply != nullptr ? kernels.multiply(a, b, d, len, m) : 0;
+        const int done = kernels.multiply != nullptr ? kernels.multiply(a, b, d, len, m, &sum, &nonZero) : 0;
         arith::scalar::MultiplySpan(a + done, b + done, d + done, len - done, m);
-        const int summed = kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : 0;
+        const int summed = done == 0 && kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : done;
         arith::scalar::SumSpan(d + summed, len - summed, &sum, &nonZero);
     }
     results[0] = Wrap32(sum);

@@ -67,17 +67,22 @@ void MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const M
 void SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);
 }  // namespace scalar
 
-// A vector kernel handles a prefix of the span and returns its length; the scalar kernel does the rest.
+// A vector kernel handles a prefix of the span and returns its length; the scalar kernel does the rest. The
+// span and multiply kernels also add the result words of the bytes they wrote to *sum and *nonZero.
 struct VectorKernels {
-    int (*span)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan);
-    int (*multiply)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m);
+    int (*span)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
+                uint64_t* nonZero);
+    int (*multiply)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,
+                    uint64_t* sum, uint64_t* nonZero);
     int (*sum)(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);
 };
 
 #define OMBREL_ARITH_DECLARE_KERNELS(isa)                                                                  \
     namespace isa {                                                                                       \
-    int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan);             \
-    int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m);    \
+    int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum, \
+             uint64_t* nonZero);                                                                           \
+    int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,       \
+                     uint64_t* sum, uint64_t* nonZero);                                                    \
     int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);                              \
     }
 OMBREL_ARITH_DECLARE_KERNELS(sse2)
