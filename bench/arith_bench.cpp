@@ -23,7 +23,8 @@ void RunOmbrel(benchmark::State& state, const ArithCase& c, bool packed) {
     Buffer& a = Scene(size, SceneKind::Textured, 0);
     Buffer& b = Scene(size, SceneKind::Textured, 1);
     Buffer dst(&a);
-    std::unique_ptr<ArithAgent> agent(ArithFact(&a, c.op >= _ARITH_ADD ? &b : nullptr, c.op, c.gain, c.offset, &dst));
+    std::unique_ptr<ArithAgent> agent(
+        ArithFact(&a, c.op >= _ARITH_ADD ? &b : nullptr, c.op, c.gain, c.offset, &dst));
     if (c.flag) agent->SetSignClip(_ARITH_UNSIGNED, _ARITH_UNSIGNED, _ARITH_UNSIGNED, false, true);
     agent->SetVectorInstructions(packed);
     for (auto _ : state) {
@@ -50,14 +51,18 @@ void RunOpenCv(benchmark::State& state, CvOp op) {
     state.SetLabel(SizeName(size));
 }
 
-#define OMBREL_ARITH_BENCH(Name, arithCase, cvCall)                                                     \
-    void BM_##Name##_Ombrel(benchmark::State& state) { RunOmbrel(state, arithCase, false); }            \
-    void BM_##Name##_Packed(benchmark::State& state) { RunOmbrel(state, arithCase, true); }             \
-    void BM_##Name##_OpenCV(benchmark::State& state) {                                                  \
+#define OMBREL_ARITH_BENCH(Name, arithCase, cvCall)                                                        \
+    void BM_##Name##_Ombrel(benchmark::State& state) {                                                     \
+        RunOmbrel(state, arithCase, false);                                                                \
+    }                                                                                                      \
+    void BM_##Name##_Packed(benchmark::State& state) {                                                     \
+        RunOmbrel(state, arithCase, true);                                                                 \
+    }                                                                                                      \
+    void BM_##Name##_OpenCV(benchmark::State& state) {                                                     \
         RunOpenCv(state, [](const cv::Mat& a, [[maybe_unused]] const cv::Mat& b, cv::Mat& d) { cvCall; }); \
-    }                                                                                                   \
-    OMBREL_BENCH_SIZES(BM_##Name##_Ombrel);                                                             \
-    OMBREL_BENCH_SIZES(BM_##Name##_Packed);                                                             \
+    }                                                                                                      \
+    OMBREL_BENCH_SIZES(BM_##Name##_Ombrel);                                                                \
+    OMBREL_BENCH_SIZES(BM_##Name##_Packed);                                                                \
     OMBREL_BENCH_SIZES(BM_##Name##_OpenCV);
 
 OMBREL_ARITH_BENCH(Add, (ArithCase{_ARITH_ADD, 1.0f, 0, false}), cv::add(a, b, d))

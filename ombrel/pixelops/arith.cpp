@@ -19,7 +19,8 @@ constexpr double DBLT_N_256 = -256.0;
 constexpr double DBLT_255 = 255.0;
 
 bool ClipsByDefault(ArithOp op) {
-    return op == _ARITH_COPY || op == _ARITH_ADD || op == _ARITH_SUB || op == _ARITH_DIFF || op == _ARITH_MULT;
+    return op == _ARITH_COPY || op == _ARITH_ADD || op == _ARITH_SUB || op == _ARITH_DIFF ||
+           op == _ARITH_MULT;
 }
 
 bool SignClipFixed(ArithOp mOpCode) {
@@ -61,7 +62,9 @@ uint8_t* PixelAt(const Buffer* buffer, int64_t x, int64_t y) {
     return buffer->BaseAddr() + y * buffer->Pitch() + x;
 }
 
-int32_t Wrap32(uint64_t v) { return static_cast<int32_t>(static_cast<uint32_t>(v)); }
+int32_t Wrap32(uint64_t v) {
+    return static_cast<int32_t>(static_cast<uint32_t>(v));
+}
 
 // When every buffer's rows follow each other with no gap at the clipped width, the rectangle is one long
 // span: the kernels then run once instead of once per row. The pixel count of that span, or 0.
@@ -75,15 +78,16 @@ int ContiguousPixels(const Rect& clip, std::initializer_list<const Buffer*> buff
 
 }  // namespace
 
-// ---- ArithAgent ---------------------------------------------------------------------------------------------
+// ---- ArithAgent
+// ---------------------------------------------------------------------------------------------
 
 ArithAgent::ArithAgent(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, double gain, int offset, Buffer* dest)
     : Agent(srcA, r) {
     Setup(srcA, dest, op, gain, offset, srcB);
 }
 
-ArithAgent::ArithAgent(Buffer* srcA, Point p, const ROI* roi, Buffer* srcB, ArithOp op, double gain, int offset,
-                       Buffer* dest)
+ArithAgent::ArithAgent(Buffer* srcA, Point p, const ROI* roi, Buffer* srcB, ArithOp op, double gain,
+                       int offset, Buffer* dest)
     : Agent(srcA, p, roi != nullptr ? *roi : ROI()) {
     Setup(srcA, dest, op, gain, offset, srcB);
 }
@@ -102,8 +106,8 @@ void ArithAgent::Setup(Buffer* srcA, Buffer* dest, ArithOp op, double gain, int 
           "srcA->BitsPerPixel() == dest->BitsPerPixel()");
     if (op >= kFirstBinaryArithOp) {
         OMBREL_ASSERT("arith", 229, srcB != NULL);
-        Check(srcA == nullptr || srcB == nullptr || srcA->BitsPerPixel() == srcB->BitsPerPixel(), "arith", 230,
-              "srcA->BitsPerPixel() == srcB->BitsPerPixel()");
+        Check(srcA == nullptr || srcB == nullptr || srcA->BitsPerPixel() == srcB->BitsPerPixel(), "arith",
+              230, "srcA->BitsPerPixel() == srcB->BitsPerPixel()");
     }
     mSrcB = srcB;
     mDest = dest;
@@ -124,7 +128,8 @@ void ArithAgent::SetNorm(double gain, int offset) {
     mGain = gain;
     mOffset = offset;
     OMBREL_ASSERT("arith", 313, DBLT_N_256 <= mGain && mGain <= DBLT_255);
-    OMBREL_ASSERT("arith", 314, -(256*255+256) <= mOffset && mOffset <= (256*256+255));
+    Check(-(256 * 255 + 256) <= mOffset && mOffset <= (256 * 256 + 255), "arith", 314,
+          "-(256*255+256) <= mOffset && mOffset <= (256*256+255)");
     const double g = std::isfinite(gain) ? std::clamp(gain, DBLT_N_256, DBLT_255) : 0.0;
     GainToMultiplier(g, &mGainMult, &mGainShift);
     if ((offset >= -256 && offset <= 255) || g == 0.0) {
@@ -137,7 +142,11 @@ void ArithAgent::SetNorm(double gain, int offset) {
 }
 
 void ArithAgent::SetSignClip(ArithSign signA, ArithSign signB, ArithSign signDest, bool clip, bool flag) {
-    if (!OMBREL_ASSERT("arith", 387, !SignClipFixed(mOpCode))) {
+    if (!Check(!SignClipFixed(mOpCode), "arith", 387,
+               "!(mOpCode == _ARITH_NOT || mOpCode == _ARITH_NEGATE || mOpCode == _ARITH_BINARIZE || "
+               "mOpCode == _ARITH_MASKSHIFT || mOpCode == _ARITH_PASSRANGE || mOpCode == _ARITH_AND || "
+               "mOpCode == _ARITH_OR || mOpCode == _ARITH_XOR || mOpCode == _ARITH_MIN || mOpCode == "
+               "_ARITH_MAX)")) {
         aprintf("\nNOTE:  Sing and clipping can't be changed for this operation!\n");
         return;
     }
@@ -175,8 +184,7 @@ void ArithAgent::SetCornerB(int x, int y) {
     OMBREL_ASSERT("arith", 280, (x & 3) == 0);
     const bool fits = mSrcB != nullptr && int64_t{x} + _sRoi.Width() <= mSrcB->Width() &&
                       int64_t{y} + _sRoi.Height() <= mSrcB->Height();
-    Check(fits, "arith", 282,
-          "x + _sRoi.Width() <= mSrcB->Width() && y + _sRoi.Height() <= mSrcB->Height()");
+    Check(fits, "arith", 282, "x + _sRoi.Width() <= mSrcB->Width() && y + _sRoi.Height() <= mSrcB->Height()");
     mCornerB = Point{x, y};
 }
 
@@ -206,7 +214,8 @@ void ArithAgent::GetResults(ArithResults* results) const {
     results->word[1] = mResults[1];
 }
 
-// ---- swArithAgent -------------------------------------------------------------------------------------------
+// ---- swArithAgent
+// -------------------------------------------------------------------------------------------
 
 bool swArithAgent::BuffersUsable(bool needB) const {
     return Usable(_srcBuf) && Usable(mDest) && (!needB || Usable(mSrcB));
@@ -220,8 +229,9 @@ int swArithAgent::ProcessOp() {
     if (needB) Check(mSrcB != nullptr, "arith", __LINE__, "mSrcB != NULL");
     if (!BuffersUsable(needB)) return kArithNoImage;
 
-    const Rect clip = needB ? ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {mSrcB, mCornerB}, {mDest, {0, 0}}})
-                            : ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {mDest, {0, 0}}});
+    const Rect clip = needB
+                          ? ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {mSrcB, mCornerB}, {mDest, {0, 0}}})
+                          : ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {mDest, {0, 0}}});
     arith::Params p;
     p.op = mOpCode;
     p.withGain = mGain != 1.0;
@@ -242,7 +252,8 @@ int swArithAgent::ProcessOp() {
     uint64_t sum = 0, nonZero = 0;
     auto span = [&](int row, int col, int len) {
         const uint8_t* a = PixelAt(_srcBuf, int64_t{_sPt.x} + col, int64_t{_sPt.y} + row);
-        const uint8_t* b = needB ? PixelAt(mSrcB, int64_t{mCornerB.x} + col, int64_t{mCornerB.y} + row) : nullptr;
+        const uint8_t* b =
+            needB ? PixelAt(mSrcB, int64_t{mCornerB.x} + col, int64_t{mCornerB.y} + row) : nullptr;
         uint8_t* d = PixelAt(mDest, col, row);
         const int done = kernels.span != nullptr ? kernels.span(a, b, d, len, plan, &sum, &nonZero) : 0;
         if (done == len) return;
@@ -250,7 +261,8 @@ int swArithAgent::ProcessOp() {
         const int summed = done == 0 && kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : done;
         arith::scalar::SumSpan(d + summed, len - summed, &sum, &nonZero);
     };
-    const int contiguous = _sRoi.IsMasked() ? 0 : ContiguousPixels(clip, {_srcBuf, needB ? mSrcB : nullptr, mDest});
+    const int contiguous =
+        _sRoi.IsMasked() ? 0 : ContiguousPixels(clip, {_srcBuf, needB ? mSrcB : nullptr, mDest});
     if (contiguous > 0) {
         span(clip.top, clip.left, contiguous);
     } else {
@@ -312,7 +324,8 @@ int swArithAgent::DoMultiplyBuffersFull(const Rect& clip) {
     return 0;
 }
 
-// ---- ArithFact ----------------------------------------------------------------------------------------------
+// ---- ArithFact
+// ----------------------------------------------------------------------------------------------
 
 namespace {
 

@@ -77,10 +77,12 @@ int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan
          uint64_t* nonZero) {
     return SpanImpl(a, b, d, n, plan, sum, nonZero);
 }
-int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m, uint64_t* sum,
-                 uint64_t* nonZero) {
+int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,
+                 uint64_t* sum, uint64_t* nonZero) {
     return MultiplyImpl(a, b, d, n, m, sum, nonZero);
 }
-int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) { return SumImpl(d, n, sum, nonZero); }
+int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) {
+    return SumImpl(d, n, sum, nonZero);
+}
 
 }  // namespace ombrel::arith::sse2
