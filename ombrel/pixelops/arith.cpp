@@ -217,6 +217,15 @@ void ArithAgent::GetResults(ArithResults* results) const {
 // ---- swArithAgent
 // -------------------------------------------------------------------------------------------
 
+bool swArithAgent::PackedPath() const {
+    return VectorInstructions() && CpuHasPackedSimd();
+}
+
+// The packed path runs at SSE2 at least, even under a lower cap: it is what the switch asks for.
+Isa swArithAgent::KernelLevel() const {
+    return PackedPath() ? std::max(ActiveIsa(), Isa::Sse2) : ActiveIsa();
+}
+
 bool swArithAgent::BuffersUsable(bool needB) const {
     return Usable(_srcBuf) && Usable(mDest) && (!needB || Usable(mSrcB));
 }
@@ -243,10 +252,8 @@ int swArithAgent::ProcessOp() {
     p.maskOp = mMaskOp, p.mask = mMask, p.maskShift = mMaskShift;
     const arith::SpanFn routine = (p.withGain ? arith::scalar::kWithGain : arith::scalar::kNoGain)[mOpCode];
 
-    // The packed path runs at SSE2 at least, even under a lower cap: it is what the switch asks for.
-    const bool packed = VectorInstructions() && CpuHasPackedSimd();
-    const Isa isa = packed ? std::max(ActiveIsa(), Isa::Sse2) : ActiveIsa();
-    const arith::VectorKernels kernels = arith::KernelsFor(isa);
+    const bool packed = PackedPath();
+    const arith::VectorKernels kernels = arith::KernelsFor(KernelLevel());
     const arith::VectorPlan plan = arith::PlanVector(p, packed);
 
     uint64_t sum = 0, nonZero = 0;
@@ -285,9 +292,9 @@ int swArithAgent::MultiplyBuffers() {
 
 namespace {
 
-void MultiplyRows(const Buffer* srcA, Point origin, const Buffer* srcB, Buffer* dest, const Rect& clip,
-                  const arith::MultiplyParams& m, int32_t* results) {
-    const arith::VectorKernels kernels = arith::KernelsFor(ActiveIsa());
+void MultiplyRows(Isa isa, const Buffer* srcA, Point origin, const Buffer* srcB, Buffer* dest,
+                  const Rect& clip, const arith::MultiplyParams& m, int32_t* results) {
+    const arith::VectorKernels kernels = arith::KernelsFor(isa);
     uint64_t sum = 0, nonZero = 0;
     const int contiguous = ContiguousPixels(clip, {srcA, srcB, dest});
     const int len = contiguous > 0 ? contiguous : clip.Width();
@@ -311,7 +318,7 @@ int swArithAgent::DoMultiplyBuffers(const Rect& clip) {
     arith::MultiplyParams m;
     m.shift = mGainShift;
     m.clip = mClip != 0;
-    MultiplyRows(_srcBuf, _sPt, mSrcB, mDest, clip, m, mResults);
+    MultiplyRows(KernelLevel(), _srcBuf, _sPt, mSrcB, mDest, clip, m, mResults);
     return 0;
 }
 
@@ -320,7 +327,7 @@ int swArithAgent::DoMultiplyBuffersFull(const Rect& clip) {
     m.pre = mPreOffset, m.mult = mGainMult, m.shift = mGainShift, m.post = mPostOffset;
     m.clip = mClip != 0, m.flag = mSecondFlag != 0;
     m.full = true;
-    MultiplyRows(_srcBuf, _sPt, mSrcB, mDest, clip, m, mResults);
+    MultiplyRows(KernelLevel(), _srcBuf, _sPt, mSrcB, mDest, clip, m, mResults);
     return 0;
 }
 

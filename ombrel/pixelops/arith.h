@@ -72,6 +72,7 @@
 #include "ombrel/framework/agent.h"
 #include "ombrel/framework/buffer.h"
 #include "ombrel/framework/geometry.h"
+#include "ombrel/framework/isa.h"
 #include "ombrel/framework/roi.h"
 
 namespace ombrel {
@@ -196,6 +197,8 @@ class swArithAgent : public ArithAgent {
 
   private:
     bool BuffersUsable(bool needB) const;
+    bool PackedPath() const;
+    Isa KernelLevel() const;
     int DoMultiplyBuffers(const Rect& clip);
     int DoMultiplyBuffersFull(const Rect& clip);
 };
