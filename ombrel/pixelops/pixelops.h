@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
 #pragma once
+#include "ombrel/pixelops/arith.h"
 #include "ombrel/pixelops/histogram.h"
 #include "ombrel/pixelops/mask.h"
