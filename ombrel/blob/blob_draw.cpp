@@ -64,7 +64,8 @@ void Blob::DrawBoundary(HalvardMetaDC* dc, const Matrix* xf) {
 }
 
 void Blob::DrawCentroid(HalvardMetaDC* dc, const Matrix* xf, int halfSize) {
-    if (dc == nullptr || _parent == nullptr) return;
+    if (dc == nullptr || _parent == nullptr || _f == nullptr) return;
+    EnsureDerived();
     double x = ImageX() + 0.5, y = ImageY() + 0.5;  // centre of the pixel cell the centroid names
     Place(xf, x, y);
     dc->CrossAt(x, y, halfSize);
