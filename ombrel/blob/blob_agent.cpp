@@ -166,6 +166,7 @@ void BlobAgent::delblob(Blob*& blob, bool withChildren) {
     RefStoragePool<Blob>::RemoveRef(parent);
     if (RefStoragePool<Blob>::RefCount(b) > 0) TraceReferrers(b);
     if (_pres->_largest == b) _pres->_largest = nullptr;
+    if (b->_computed & BLOB_DONE_COMPLETION) ++_pres->_closedDeleted;
     b->_inUse = false;
     _pres->_blobPool.Free(b);
     blob = nullptr;

@@ -380,6 +380,7 @@ private:
         uint32_t seq;
     };
     std::vector<ClosedRegion> _closed;  // regions in the order they closed
+    int64_t _closedDeleted = 0;         // closed regions deleted afterwards
     // Derived features of the listed regions, one slot per label; kept (not cleared) between runs.
     std::unique_ptr<BlobFeatures[]> _features;
     size_t _featureCapacity = 0;
