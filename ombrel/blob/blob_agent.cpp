@@ -584,8 +584,8 @@ void swBlobAgent::DeleteMaskAgent() {
 namespace {
 
 void CheckFactoryArgs(const Buffer* src, const BlobResult* res, int lowThr, int highThr) {
-    OMBREL_ASSERT_HERE("lfblob",
-                       (src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255));
+    Check(src != nullptr && res != nullptr && highThr >= lowThr && lowThr >= 0 && highThr <= 255, "lfblob",
+          __LINE__, "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255)");
 }
 
 }  // namespace

@@ -243,13 +243,10 @@ void Blob::RelBdry() {
         py = y;
         havePrev = true;
     };
-    WalkBoundary([&](const BdryPoint& p) {
-        visitEnd(p.x, p.y0);
-        if (p.y1 != p.y0) {
-            visitEnd(p.x, p.y1);
-            --_f->_nBdry;  // a vertical stretch is one point
-        }
-        ++_f->_nBdry;
+    WalkBoundary([&](const BdryPoint& p, bool upward) {
+        visitEnd(p.x, upward ? p.y1 : p.y0);
+        if (p.y1 != p.y0) visitEnd(p.x, upward ? p.y0 : p.y1);
+        ++_f->_nBdry;  // a vertical stretch is one point
     });
     if (haveFirst && havePrev) {  // close the loop
         _f->_sumDx += std::fabs(fx - px);
