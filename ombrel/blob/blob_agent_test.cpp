@@ -174,6 +174,40 @@ TEST(BlobRecords, FiltersAndKeepFlag) {
     EXPECT_EQ(e.result.First()->GetFeat(BF_LEFT), 3);
 }
 
+TEST(BlobRecords, GreySumsAndTheMaximumAreaFilter) {
+    // A 9 x 7 object of grey 149 + x with a 5 x 3 hole holding a one-pixel object (grey 200).
+    auto img = std::make_unique<Buffer>(16, 9, EIGHT);
+    for (int y = 1; y < 8; ++y)
+        for (int x = 1; x < 10; ++x) img->Row(y)[x] = static_cast<uint8_t>(y >= 3 && y <= 5 && x >= 3 && x <= 7 ? 0 : 149 + x);
+    img->Row(4)[5] = 200;
+    img->Row(4)[13] = 120;  // a second, small top-level object
+    BlobResult result;
+    std::unique_ptr<BlobAgent> agent(BlobFact(img.get(), &result, 100, 255));
+    agent->SetFilterFlags(BLOB_FILTER_GREY | BLOB_FILTER_BORDER_CHILDREN);
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 4);
+    Blob* outer = result.First();
+    const double outerSum = 4 * (9 * 149 + 45) + 3 * (150 + 151 + 157 + 158);
+    EXPECT_EQ(outer->GetFeat(BF_AREA), 48);
+    EXPECT_EQ(outer->GetFeat(BF_GREY_SUM), outerSum);
+    EXPECT_DOUBLE_EQ(outer->GetFeat(BF_MEAN_GREY), outerSum / 48);
+    Blob* hole = outer->FirstChild();
+    ASSERT_NE(hole, nullptr);
+    EXPECT_EQ(hole->GetFeat(BF_GREY_SUM), 0);
+    EXPECT_EQ(hole->FirstChild()->GetFeat(BF_MEAN_GREY), 200);
+    // Without grey sums they stay 0.
+    agent->SetFilterFlags(BLOB_FILTER_BORDER_CHILDREN);
+    ASSERT_EQ(agent->Go(), 0);
+    EXPECT_EQ(result.First()->GetFeat(BF_GREY_SUM), 0);
+    // The maximum-area filter on top-level regions only: the large object goes with everything inside it.
+    agent->SetAreaLimits(1, 10);
+    agent->SetFilterFlags(BLOB_FILTER_MAX_TOP_ONLY | BLOB_FILTER_BORDER_CHILDREN);
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_EQ(result.First()->GetFeat(BF_LEFT), 13);
+    EXPECT_EQ(result.First()->Parent(), result.Root());
+}
+
 TEST(BlobRecords, FeaturesFollowTheirFormulas) {
     auto img = Art({"..........",
                     ".########.",
