@@ -11,6 +11,19 @@
 // where mean(x), mean(y) are the plain means of the region's pixel coordinates (with a row step > 1 each
 // scanned row stands for the rows of its step).
 //
+// Boundary features (option 4): a region's outer contour is walked once from its first chain; points are run
+// starts on the left-hand chains and run ends (one past the last pixel) on the right-hand chains, on the
+// scanned rows, a vertical stretch counting as one point. Per point the mean-radius sum adds its squared
+// distance from the centroid less ((dx^2 + dy^2) * 0.1666667 + 0.5), dx, dy being the step from the previous
+// point. Length and width (option 32) are the ranges of the points' projections, rounded to 1/16 pixel, on
+// the axis direction (cos a, sin a) and its normal (-sin a, cos a) with the axis angle a as it stands (not
+// turned by pi); the two length-box offsets (46, 47) are the box centre minus the centroid along those two
+// directions, positive along them.
+//
+// Derived features (16 onwards) are worked out when first read; they depend only on values that are final
+// when a region closes. Sums are kept wider than 32 bits (first moments and grey sums in 64 bits, the
+// overflow counts of the second moments in 32), so that regions of several megapixels stay exact.
+//
 // Colours: -1 for the root (the unbounded background) and every region of its class, 0 for the other class.
 // With the usual thresholding, objects (pixels inside the band) have colour 0 and holes colour -1.
 //
