@@ -351,7 +351,7 @@ int swBlobAgent::CodeRow(const Buffer* buf, Point origin, const Rect& clip, int 
     int n = 0;
     const int cnt = clip.Width();
     _greyTail = 0;
-    if (!emptyBand && row >= clip.top && row < clip.bottom && cnt >= _sx) {
+    if (!emptyBand && row >= clip.top && row < clip.bottom && cnt >= _sx && OMBREL_ASSERT_HERE("swblob", cnt > 0)) {
         const uint8_t* p = buf->Row(origin.y + row) + origin.x + clip.left;
         if (_filterFlags & BLOB_FILTER_GREY)
             n = blobrle::CodeSpanGrey(p, cnt, clip.left, _sx, band, _trans.data(), _greys.data(), &_greyTail);
