@@ -3,3 +3,4 @@
 #pragma once
 #include "ombrel/framework/framework.h"
 #include "ombrel/pixelops/pixelops.h"
+#include "ombrel/blob/blob.h"

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+// Blob analysis: one top-to-bottom pass that turns a grey region into a tree of connected regions.
+//
+// Per pixel: a pixel of value v (8-bit, unsigned) is an object pixel exactly when low <= v <= high.
+// Objects are 8-connected, background regions 4-connected. Everything outside the region (and, for a region
+// hanging over the image's edge, every pixel outside the image) counts as background; the background that
+// touches the region's border is the root. Each object is a child of the background region around it
+// (the root for a top-level object), each hole a child of its object, and so on down.
+//
+// Sampling: rows are scanned every _StepY rows (row 0, _StepY, ...), each scanned run standing for _StepY
+// rows in the moments; along a row every _StepX-th pixel is classified and a class change is refined back
+// to the exact pixel within the step. A span shorter than _StepX is skipped. With both steps 1 the result
+// is exact: every object region is one 8-connected component of the thresholded region.
+//
+// Regions close as soon as no run of the current row continues them; a closed region is completed
+// (features, filters: see blob_result.h and the setters below). When Go ends, the surviving regions are
+// labelled and listed in raster order of their first pixel (BlobResult::Blobs).
+//
+// Masked regions: the pixels under the mask that are in the band are first marked 1 in a private buffer by
+// a mask agent (operation 11); segmentation then runs on that buffer with both thresholds 1.
+//
+// Status: Go() returns 0, or BLOB_ERR_TOO_COMPLEX (-1003) when a pool reached its chunk limit ("Image Too
+// Complex -- Change Threshold" in the debug window), or BLOB_ERR_NO_MEMORY (-1505) when memory ran out;
+// the regions closed before the failure stay in the result. The status is also BlobResult::Error().
+//
+// Clipping: work is clipped to the part of the region inside the source buffer (and to 32766 columns and
+// rows, the reach of the 16-bit run coordinates); nothing outside it is read.
+#pragma once
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "ombrel/blob/blob_result.h"
+#include "ombrel/blob/blob_rle.h"
+#include "ombrel/framework/agent.h"
+
+namespace ombrel {
+
+class MaskAgent;
+
+class BlobAgent : public Agent {
+public:
+    // Sets the defaults: thresholds as given, steps 1, area limits 1 and 2147483647, filter flags 16,
+    // options 3, keep-flag 1; attaches `res`.
+    void Init(BlobResult* res, int lowThr, int highThr);
+    // Attaches a result and records in it the region's origin, its pixel count and the option word.
+    void SetResult(BlobResult* res);
+    BlobResult* Result() const { return _pres; }
+
+    void SetThresholds(int low, int high) { _lowThr = low; _highThr = high; }
+    int LowThreshold() const { return _lowThr; }
+    int HighThreshold() const { return _highThr; }
+    void SetStep(int stepX, int stepY) { _StepX = stepX; _StepY = stepY; }
+    int StepX() const { return _StepX; }
+    int StepY() const { return _StepY; }
+    void SetAreaLimits(int minArea, int maxArea) { _minArea = minArea; _maxArea = maxArea; }
+    int MinArea() const { return _minArea; }
+    int MaxArea() const { return _maxArea; }
+    void SetFilterFlags(int flags) { _filterFlags = flags; }
+    int FilterFlags() const { return _filterFlags; }
+    // The option word goes into the result at SetResult and at every Go.
+    void SetOptions(int options) { _options = options; }
+    int Options() const { return _options; }
+    // 0: only the largest top-level region survives (ties go to the later one).
+    void SetKeepFlag(bool keep) { _keepFlag = keep ? 1 : 0; }
+    bool KeepFlag() const { return _keepFlag != 0; }
+
+    // Board limits; stored only.
+    virtual void SetMaxStride(int stride) { _maxStride = stride; }
+    virtual void SetMaxSegments(int segments) { _maxSegments = segments; }
+    int MaxStride() const { return _maxStride; }
+    int MaxSegments() const { return _maxSegments; }
+
+    int Go() override = 0;
+
+protected:
+    BlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr);
+    BlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int highThr);
+    BlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
+
+    virtual int PreGo();
+    // Labels the survivors and builds the result list.
+    virtual int PostGo();
+
+    // Record operations of the segmentation.
+    void delblob(Blob*& blob, bool withChildren);
+    void mergeBlobs(Blob* survivor, Blob* other);
+    void recpreprocess(Blob* blob);
+    void delbdry(Blob* blob);
+    static void HCells(Blob* blob);
+    static void MoveChildren(Blob* from, Blob* to);
+    static void UnlinkChild(Blob* blob, Blob*& parentChild, Blob*& parentLast);
+    void TraceReferrers(const Blob* blob);
+
+    int _lowThr = 0;  // a bad band (reported by the factory) selects no pixel
+    int _highThr = 255;
+    int _StepX = 1;
+    int _StepY = 1;
+    int _minArea = 1;
+    int _maxArea = 2147483647;
+    int _filterFlags = BLOB_FILTER_BORDER_CHILDREN;
+    int _options = BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS;
+    uint8_t _keepFlag = 1;
+    int _maxStride = 0;
+    int _maxSegments = 0;
+    BlobResult* _pres = nullptr;
+    // Working extent of the last run (region size clipped to 16-bit coordinates).
+    int _roiWidth = 0;
+    int _roiHeight = 0;
+    std::vector<BdryCell*> _chainScratch;
+    bool _stopped = false;  // a pool or allocation failed: the run stops where it is
+
+    // Stores the failure in the result and stops the run (the first failure is kept).
+    void Fail(int32_t status);
+};
+
+class swBlobAgent : public BlobAgent {
+public:
+    swBlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr);
+    swBlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int highThr);
+    swBlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
+    ~swBlobAgent() override;
+
+    int Go() override;
+
+protected:
+    int PreGo() override;
+
+private:
+    int Stop(int32_t status);
+    int RunRows();
+    int CodeRow(const Buffer* buf, Point origin, const Rect& clip, int row, blobrle::Band band, bool emptyBand);
+    void JoinRow(int n, int y);
+    void ContinueRun(SSegment* seg, int s, int t, int32_t grey, int y);
+    SSegment* newseg(SSegment* last, int s, int t, int32_t grey, int y);
+    void endseg(SSegment* before);
+    bool incbdry(SSegment* seg, int x, int y);
+    BdryCell* NewChain();
+    int PrepareMask();
+    void DeleteMaskAgent();
+    void Link(SSegment* seg, Blob* blob);
+    void Unlink(SSegment* seg);
+
+    SSegment* _head = nullptr;  // sentinel of the active list (x = -32767, the root)
+    SSegment* _term = nullptr;  // terminator (x = 32767)
+    int _y = 0;
+    int _sx = 1, _sy = 1;       // the steps of this run (a bad step was reported and runs as 1)
+    Isa _isa = Isa::Scalar;
+    std::vector<int16_t> _trans;  // transitions of the current row, then 32767 and -32768
+    std::vector<int32_t> _greys;  // grey sum of the run ending at each transition
+    int32_t _greyTail = 0;        // grey sum of the run after the last transition
+    // Masked regions.
+    std::unique_ptr<Buffer> _pMaskedSrcBuf;
+    MaskAgent* _maskAgent = nullptr;
+    int _savedLow = 0;
+    int _savedHigh = 0;
+    bool _masked = false;
+    bool _maskRan = false;
+};
+
+// Blob agent over the whole image, a rectangle, an origin and region, or four ints (left, top, right, bottom).
+// Reports "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255)"
+// (module lfblob) and still chooses by the source type: host -> swBlobAgent, board or null -> null.
+BlobAgent* BlobFact(Buffer* src, BlobResult* res, int lowThr, int highThr);
+BlobAgent* BlobFact(Buffer* src, const Rect& r, BlobResult* res, int lowThr, int highThr);
+BlobAgent* BlobFact(Buffer* src, const Point& p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
+BlobAgent* BlobFact(Buffer* src, int left, int top, int right, int bottom, BlobResult* res, int lowThr,
+                    int highThr);
+
+}  // namespace ombrel

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+// The storage pools of blob analysis: regions, active run entries and boundary cells.
+//
+// A pool takes memory in chunks of 32 elements. Its chunk count is limited (the process-wide limit read when
+// the owning BlobResult is built); asking for a new chunk when the count has reached the limit less one
+// fails with BLOB_ERR_TOO_COMPLEX (and shows "Image Too Complex -- Change Threshold" in the debug window,
+// class 0x10004); a chunk the system cannot give fails with BLOB_ERR_NO_MEMORY. Freed elements go to a free
+// list of at most 8 x the chunk limit entries; an element freed while that list is full stays unused until
+// the pool is reset. Reset() makes every element of every chunk available again without giving the chunks
+// back, so a second run of an agent allocates nothing.
+#pragma once
+#include <cstdint>
+#include <new>
+#include <vector>
+
+#include "ombrel/framework/hal.h"
+
+namespace ombrel {
+
+inline constexpr int kBlobPoolChunkElements = 32;
+inline constexpr int kBlobDefaultMaxPoolSize = 512;  // chunks
+inline constexpr uint32_t kImageTooComplexMessageClass = 0x10004;
+
+enum BlobStatus : int32_t {
+    BLOB_OK = 0,
+    BLOB_ERR_TOO_COMPLEX = -1003,  // a pool reached its chunk limit
+    BLOB_ERR_NO_MEMORY = -1505,    // a chunk could not be allocated
+    BLOB_ERR_NO_RESULT = -1        // Go without a result ("_pres" reported); nothing is done
+};
+
+// Process-wide chunk limit of every blob pool: max(512, 3n/32) when 3n/32 > 0 (integer arithmetic),
+// otherwise unchanged; at most 2^28 chunks. Read when a BlobResult is constructed.
+void SetBlobMaxPoolSize(int n);
+int GetBlobMaxPoolSize();
+
+// Reports the pool failure texts (debug window for the too-complex case). Shared by every pool type.
+void ReportBlobPoolFailure(int32_t status);
+
+template <class T>
+class StoragePool {
+public:
+    explicit StoragePool(int maxChunks) { SetLimit(maxChunks); }
+    ~StoragePool() {
+        for (T* chunk : _chunks) ::operator delete[](chunk, std::nothrow);
+    }
+    StoragePool(const StoragePool&) = delete;
+    StoragePool& operator=(const StoragePool&) = delete;
+
+    // The chunk limit; the free list holds at most 8 x this many entries.
+    void SetLimit(int maxChunks) {
+        _maxChunks = maxChunks < 1 ? 1 : maxChunks;
+        _freeLimit = static_cast<size_t>(_maxChunks) * 8;
+    }
+    int Limit() const { return _maxChunks; }
+
+    // A default-constructed element, or null with Error() set (the failure is reported once per pool run).
+    T* Alloc() {
+        T* slot = nullptr;
+        if (!_free.empty()) {
+            slot = _free.back();
+            _free.pop_back();
+        } else if (_nextIndex < kBlobPoolChunkElements && _nextChunk < _chunks.size()) {
+            slot = _chunks[_nextChunk] + _nextIndex++;
+        } else {
+            slot = FromNextChunk();
+            if (slot == nullptr) return nullptr;
+        }
+        ++_live;
+        return new (slot) T();
+    }
+
+    void Free(T* element) {
+        if (element == nullptr) return;
+        element->~T();
+        --_live;
+        if (_free.size() < _freeLimit) _free.push_back(element);
+    }
+
+    // Every element becomes available again; the chunks are kept; the error is cleared.
+    void Reset() {
+        _free.clear();
+        _nextChunk = 0;
+        _nextIndex = _chunks.empty() ? kBlobPoolChunkElements : 0;
+        _live = 0;
+        _error = BLOB_OK;
+    }
+
+    int32_t Error() const { return _error; }
+    int Chunks() const { return static_cast<int>(_chunks.size()); }
+    int Live() const { return _live; }
+    size_t FreeListSize() const { return _free.size(); }
+
+    // Calls fn(T&) for every element handed out since the last Reset, live or freed (callers tell them apart).
+    template <class Fn>
+    void ForEachUsed(Fn&& fn) {
+        for (size_t c = 0; c < _chunks.size() && c <= _nextChunk; ++c) {
+            const int used = c < _nextChunk ? kBlobPoolChunkElements : _nextIndex;
+            for (int i = 0; i < used; ++i) fn(_chunks[c][i]);
+        }
+    }
+
+private:
+    T* FromNextChunk() {
+        // The chunks a previous run used come back first; a new one is asked for only beyond them.
+        if (_nextIndex >= kBlobPoolChunkElements && _nextChunk + 1 < _chunks.size() && !_chunks.empty()) {
+            ++_nextChunk;
+            _nextIndex = 1;
+            return _chunks[_nextChunk];
+        }
+        if (static_cast<int>(_chunks.size()) >= _maxChunks - 1) return Fail(BLOB_ERR_TOO_COMPLEX);
+        T* chunk = nullptr;
+        try {
+            _chunks.reserve(_chunks.size() + 1);
+            chunk = static_cast<T*>(::operator new[](sizeof(T) * kBlobPoolChunkElements, std::nothrow));
+            if (_free.capacity() < 64) _free.reserve(64);
+        } catch (const std::bad_alloc&) {
+            chunk = nullptr;
+        }
+        if (chunk == nullptr) return Fail(BLOB_ERR_NO_MEMORY);
+        _chunks.push_back(chunk);
+        _nextChunk = _chunks.size() - 1;
+        _nextIndex = 1;
+        return chunk;
+    }
+
+    T* Fail(int32_t status) {
+        if (_error == BLOB_OK) ReportBlobPoolFailure(status);
+        _error = status;
+        return nullptr;
+    }
+
+    std::vector<T*> _chunks;
+    std::vector<T*> _free;
+    size_t _nextChunk = 0;
+    int _nextIndex = kBlobPoolChunkElements;  // next unused element of _chunks[_nextChunk]
+    int _maxChunks = kBlobDefaultMaxPoolSize;
+    size_t _freeLimit = 8 * kBlobDefaultMaxPoolSize;
+    int _live = 0;
+    int32_t _error = BLOB_OK;
+};
+
+// A pool whose elements count the references other elements hold on them. T provides an int32_t field
+// `_refs` (cleared by its constructor).
+template <class T>
+class RefStoragePool : public StoragePool<T> {
+public:
+    using StoragePool<T>::StoragePool;
+    static void AddRef(T* element) {
+        if (element != nullptr) ++element->_refs;
+    }
+    static void RemoveRef(T* element) {
+        if (element != nullptr && element->_refs > 0) --element->_refs;
+    }
+    static int32_t RefCount(const T* element) { return element == nullptr ? 0 : element->_refs; }
+};
+
+}  // namespace ombrel
