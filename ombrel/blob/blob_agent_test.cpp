@@ -266,7 +266,7 @@ TEST(BlobRecords, SplitSumsCarryExactly) {
     s.Add(2147483000);
     s.Add(1000);  // passes 2147483647: one carry
     EXPECT_EQ(s.count, 1);
-    EXPECT_EQ(s.remainder, 2147483000 + 1000 - 2147483647);
+    EXPECT_EQ(s.remainder, int64_t{2147483000} + 1000 - 2147483647);
     s.Add(int64_t{5} * 2147483647 + 3);
     EXPECT_DOUBLE_EQ(s.Value(), 2147483000.0 + 1000 + 5.0 * 2147483647 + 3);
     SplitSum t;
