@@ -12,7 +12,9 @@ ombrel_add_kernels(blob_rle avx2 ${CMAKE_CURRENT_LIST_DIR}/blob_rle_kernels_avx2
 if(OMBREL_BUILD_TESTS)
   find_package(OpenCV REQUIRED COMPONENTS core imgproc)
   ombrel_add_test(blob_tests
-    ${CMAKE_CURRENT_LIST_DIR}/blob_crosscheck_test.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/blob_agent_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/blob_crosscheck_test.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/halvard_metadc_test.cpp)
   target_include_directories(blob_tests PRIVATE ${OpenCV_INCLUDE_DIRS})
   target_link_libraries(blob_tests PRIVATE ${OpenCV_LIBS} OmbrelScenes)
 endif()

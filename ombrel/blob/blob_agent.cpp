@@ -116,6 +116,10 @@ void BlobAgent::UnlinkChild(Blob* blob, Blob*& parentChild, Blob*& parentLast) {
     if (blob->_sibling != nullptr) blob->_sibling->_prevSibling = blob->_prevSibling;
     else parentLast = blob->_prevSibling;
     blob->_sibling = blob->_prevSibling = nullptr;
+    if (blob->_parent != nullptr) {
+        blob->_parent->_childFilled -= blob->_filledArea;
+        --blob->_parent->_nChildren;
+    }
 }
 
 void BlobAgent::MoveChildren(Blob* from, Blob* to) {
@@ -124,6 +128,10 @@ void BlobAgent::MoveChildren(Blob* from, Blob* to) {
         RefStoragePool<Blob>::AddRef(to);
         c->_parent = to;
     }
+    to->_childFilled += from->_childFilled;
+    to->_nChildren += from->_nChildren;
+    from->_childFilled = 0;
+    from->_nChildren = 0;
     if (from->_child == nullptr) return;
     if (to->_lastChild != nullptr) {
         to->_lastChild->_sibling = from->_child;
@@ -158,6 +166,7 @@ void BlobAgent::delblob(Blob*& blob, bool withChildren) {
     RefStoragePool<Blob>::RemoveRef(parent);
     if (RefStoragePool<Blob>::RefCount(b) > 0) TraceReferrers(b);
     if (_pres->_largest == b) _pres->_largest = nullptr;
+    if (b->_computed & BLOB_DONE_COMPLETION) ++_pres->_closedDeleted;
     b->_inUse = false;
     _pres->_blobPool.Free(b);
     blob = nullptr;
@@ -196,16 +205,15 @@ void BlobAgent::mergeBlobs(Blob* survivor, Blob* other) {
     --_pres->_nBlobs;
 }
 
-// Filled area and number of holes, from the children (which close before their parent).
+// Filled area and number of holes. Children close before their parent and add their filled area to it
+// as they close (and take it away when they leave), so nothing needs to be walked here; a child still
+// open (filled area 0) would be completed first.
 void BlobAgent::HCells(Blob* b) {
-    int64_t filled = b->Area();
-    int32_t holes = 0;
-    for (Blob* c = b->FirstChild(); c != nullptr; c = c->NextSibling()) {
-        if (c->FilledArea() == 0) HCells(c);
-        filled += c->FilledArea();
-        ++holes;
-    }
-    b->SetFilled(static_cast<int32_t>(std::min<int64_t>(filled, 2147483647)), holes);
+    if (b->_childFilled == 0 && b->_nChildren > 0)
+        for (Blob* c = b->_child; c != nullptr; c = c->_sibling)
+            if (c->_filledArea == 0) HCells(c);  // adds itself to b
+    b->SetFilled(static_cast<int32_t>(std::min<int64_t>(b->_area + b->_childFilled, 2147483647)), b->_nChildren);
+    if (b->_parent != nullptr) b->_parent->_childFilled += b->_filledArea;
 }
 
 void BlobAgent::recpreprocess(Blob* blob) {
@@ -238,7 +246,13 @@ void BlobAgent::recpreprocess(Blob* blob) {
             return;
         }
     }
-    b->CompleteFeatures();
+    // Features are derived on first use (Blob::GetFeat): a value depends only on what is final now.
+    b->_computed |= BLOB_DONE_COMPLETION;
+    try {
+        _pres->_closed.push_back({b, b->_seq});
+    } catch (const std::bad_alloc&) {
+        Fail(BLOB_ERR_NO_MEMORY);
+    }
 }
 
 // ---- swBlobAgent --------------------------------------------------------------------------------------------
@@ -251,7 +265,7 @@ swBlobAgent::swBlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, 
 
 swBlobAgent::~swBlobAgent() { DeleteMaskAgent(); }
 
-void swBlobAgent::Fail(int32_t status) {
+void BlobAgent::Fail(int32_t status) {
     if (!_stopped && _pres != nullptr) _pres->_error = status;
     _stopped = true;
 }
@@ -337,7 +351,7 @@ int swBlobAgent::CodeRow(const Buffer* buf, Point origin, const Rect& clip, int 
     int n = 0;
     const int cnt = clip.Width();
     _greyTail = 0;
-    if (!emptyBand && row >= clip.top && row < clip.bottom && cnt >= _sx) {
+    if (!emptyBand && row >= clip.top && row < clip.bottom && cnt >= _sx && OMBREL_ASSERT_HERE("swblob", cnt > 0)) {
         const uint8_t* p = buf->Row(origin.y + row) + origin.x + clip.left;
         if (_filterFlags & BLOB_FILTER_GREY)
             n = blobrle::CodeSpanGrey(p, cnt, clip.left, _sx, band, _trans.data(), _greys.data(), &_greyTail);
@@ -446,10 +460,12 @@ SSegment* swBlobAgent::newseg(SSegment* last, int s, int t, int32_t grey, int y)
     nb->_parent = enclosing;
     RefStoragePool<Blob>::AddRef(enclosing);
     nb->_color = Complement(enclosing->_color);
+    nb->SetMomentLevel();
     nb->_sibling = enclosing->_child;
     if (enclosing->_child != nullptr) enclosing->_child->_prevSibling = nb;
     else enclosing->_lastChild = nb;
     enclosing->_child = nb;
+    ++enclosing->_nChildren;
     nb->_top = static_cast<int16_t>(y);
     nb->_topX = static_cast<int16_t>(s);
     nb->_seq = _pres->_nextSeq++;
@@ -568,8 +584,8 @@ void swBlobAgent::DeleteMaskAgent() {
 namespace {
 
 void CheckFactoryArgs(const Buffer* src, const BlobResult* res, int lowThr, int highThr) {
-    OMBREL_ASSERT_HERE("lfblob",
-                       (src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255));
+    Check(src != nullptr && res != nullptr && highThr >= lowThr && lowThr >= 0 && highThr <= 255, "lfblob",
+          __LINE__, "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255)");
 }
 
 }  // namespace

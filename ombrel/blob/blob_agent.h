@@ -108,6 +108,10 @@ protected:
     int _roiWidth = 0;
     int _roiHeight = 0;
     std::vector<BdryCell*> _chainScratch;
+    bool _stopped = false;  // a pool or allocation failed: the run stops where it is
+
+    // Stores the failure in the result and stops the run (the first failure is kept).
+    void Fail(int32_t status);
 };
 
 class swBlobAgent : public BlobAgent {
@@ -124,7 +128,6 @@ protected:
 
 private:
     int Stop(int32_t status);
-    void Fail(int32_t status);
     int RunRows();
     int CodeRow(const Buffer* buf, Point origin, const Rect& clip, int row, blobrle::Band band, bool emptyBand);
     void JoinRow(int n, int y);
@@ -142,7 +145,6 @@ private:
     SSegment* _term = nullptr;  // terminator (x = 32767)
     int _y = 0;
     int _sx = 1, _sy = 1;       // the steps of this run (a bad step was reported and runs as 1)
-    bool _stopped = false;
     Isa _isa = Isa::Scalar;
     std::vector<int16_t> _trans;  // transitions of the current row, then 32767 and -32768
     std::vector<int32_t> _greys;  // grey sum of the run ending at each transition

@@ -6,8 +6,9 @@
 namespace ombrel {
 
 // ---- Boundary walk ------------------------------------------------------------------------------------------
-// Calls fn(x, y) for every boundary point once around the region's outer contour, chain by chain; each
-// vertical stretch reports its two ends (the second with `same` set). Returns false for a broken chain.
+// Calls fn(point, upward) for every boundary point once around the region's outer contour, chain by chain:
+// down the chain the region started with, up the one linked at its bottom, and so on. A point of an upward
+// chain is met at its lower row first. Returns true when the walk came back to its start.
 template <class Fn>
 bool Blob::WalkBoundary(Fn&& fn) const {
     const BdryCell* start = _bdry != nullptr ? _bdry->first : nullptr;
@@ -19,7 +20,7 @@ bool Blob::WalkBoundary(Fn&& fn) const {
         // Chains are stored top-down; a chain walked upwards is read in reverse.
         if (down) {
             for (const BdryCell* c = chain; c != nullptr; c = c->next)
-                for (int i = 0; i < c->count; ++i) fn(c->pts[i]);
+                for (int i = 0; i < c->count; ++i) fn(c->pts[i], false);
         } else {
             VisitUpwards(chain, fn);
         }
@@ -40,7 +41,7 @@ void Blob::VisitUpwards(const BdryCell* chain, Fn&& fn) {
     for (int k = n - 1; k >= 0; --k) {
         const BdryCell* c = chain;
         for (int j = 0; j < k; ++j) c = c->next;
-        for (int i = c->count - 1; i >= 0; --i) fn(c->pts[i]);
+        for (int i = c->count - 1; i >= 0; --i) fn(c->pts[i], true);
     }
 }
 

@@ -43,8 +43,8 @@ void Blob::DrawBoundary(HalvardMetaDC* dc, const Matrix* xf) {
     const double ox = _res->_origin.x, oy = _res->_origin.y;
     bool first = true;
     double fx = 0, fy = 0;
-    // Boundary points are run ends: x is a pixel edge, y a row. Draw through the row's pixel centres and
-    // the last pixel inside the run on the right-hand ends, so the line lies on the region's outer pixels.
+    // Boundary points are run starts (downward chains) and run ends (upward chains) on their rows; the line
+    // goes through the region's own outermost pixels.
     auto visit = [&](double x, double y) {
         if (first) {
             fx = x;
@@ -55,16 +55,19 @@ void Blob::DrawBoundary(HalvardMetaDC* dc, const Matrix* xf) {
             LineTo(dc, xf, x, y);
         }
     };
-    const bool closed = WalkBoundary([&](const BdryPoint& p) {
-        visit(ox + p.x, oy + p.y0);
-        if (p.y1 != p.y0) visit(ox + p.x, oy + p.y1);
+    const bool closed = WalkBoundary([&](const BdryPoint& p, bool upward) {
+        // Upward chains hold run ends (one past the last pixel): draw on the last pixel instead.
+        const double x = ox + p.x - (upward ? 1 : 0);
+        visit(x, oy + (upward ? p.y1 : p.y0));
+        if (p.y1 != p.y0) visit(x, oy + (upward ? p.y0 : p.y1));
     });
     if (!first && closed) LineTo(dc, xf, fx, fy);
     if (first) HighlightBlob(dc, xf);  // no boundary lists: the box stands in
 }
 
 void Blob::DrawCentroid(HalvardMetaDC* dc, const Matrix* xf, int halfSize) {
-    if (dc == nullptr || _parent == nullptr) return;
+    if (dc == nullptr || _parent == nullptr || _f == nullptr) return;
+    EnsureDerived();
     double x = ImageX() + 0.5, y = ImageY() + 0.5;  // centre of the pixel cell the centroid names
     Place(xf, x, y);
     dc->CrossAt(x, y, halfSize);

@@ -29,7 +29,7 @@ enum BlobStatus : int32_t {
 };
 
 // Process-wide chunk limit of every blob pool: max(512, 3n/32) when 3n/32 > 0 (integer arithmetic),
-// otherwise unchanged. Read when a BlobResult is constructed.
+// otherwise unchanged; at most 2^28 chunks. Read when a BlobResult is constructed.
 void SetBlobMaxPoolSize(int n);
 int GetBlobMaxPoolSize();
 

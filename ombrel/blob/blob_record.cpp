@@ -2,6 +2,7 @@
 // Region records: moment accumulation, completion features and the on-demand boundary features.
 #include <algorithm>
 #include <cmath>
+#include <new>
 
 #include "ombrel/blob/blob_boundary_walk.h"
 #include "ombrel/blob/blob_result.h"
@@ -31,9 +32,7 @@ constexpr int kRoutinePrerequisite[NUMFROUT] = {0, 5, 1, 2, 1, 0};
 }  // namespace
 
 // ---- Split sums ---------------------------------------------------------------------------------------------
-void SplitSum::Add(int64_t increment) {
-    // The remainder carries into the count whenever it would pass 2147483647; the value is exact.
-    int64_t r = int64_t{remainder} + increment;
+void SplitSum::Carry(int64_t r) {
     while (r > kSplitUnit) {
         ++count;
         r -= kSplitUnit;
@@ -52,7 +51,7 @@ void SplitSum::AddSum(const SplitSum& other) {
 
 // ---- Accumulation -------------------------------------------------------------------------------------------
 void Blob::Init(BlobResult* res) {
-    *this = Blob();
+    // The pool constructed the record; only what the constructor leaves open is set.
     _res = res;
     _color = -1;
     _label = -1;
@@ -73,17 +72,21 @@ void Blob::ExtendMoments(int y, int x0, int x1, int64_t grey, int stepY) {
     }
     _bottom = static_cast<int16_t>(y);
     _bottomX = static_cast<int16_t>(x1);
-    const int32_t options = _res != nullptr ? _res->_options : 0;
-    if ((options & BLOB_OPT_EXTENT_ONLY_0) && _color == 0) return;
-    if (!(options & BLOB_OPT_FIRST_MOMENTS)) return;
+    if (_momentLevel == 0) return;
     const int64_t m = x0 + x1 - 1;       // twice the mean x of the run
     const int64_t ty = 2 * int64_t{y} + stepY;  // twice the mean row (centre) of the rows it stands for
     _sumX += m * len * stepY;
     _sumY += ty * len * stepY;
-    if (!(options & BLOB_OPT_SECOND_MOMENTS)) return;
+    if (_momentLevel < 2) return;
     _xx.Add((m * m * 3 + len * len) * len * stepY);
     _xy.Add(ty * len * m * stepY);
     _yy.Add((ty * len * ty * 3 + 1) * stepY);
+}
+
+void Blob::SetMomentLevel() {
+    const int32_t options = _res != nullptr ? _res->_options : 0;
+    if (((options & BLOB_OPT_EXTENT_ONLY_0) && _color == 0) || !(options & BLOB_OPT_FIRST_MOMENTS)) _momentLevel = 0;
+    else _momentLevel = (options & BLOB_OPT_SECOND_MOMENTS) ? 2 : 1;
 }
 
 void Blob::AddMoments(const Blob& other) {
@@ -121,36 +124,36 @@ bool Blob::HasMoments() const {
 }
 
 void Blob::Moments() {
-    _dArea = _area;
+    _f->_dArea = _area;
     if (HasMoments()) {
-        _cx = (double(_sumX) / 2.0) / _dArea;
-        _cy = (double(_sumY) / 2.0) / _dArea;
+        _f->_cx = (double(_sumX) / 2.0) / _f->_dArea;
+        _f->_cy = (double(_sumY) / 2.0) / _f->_dArea;
     }
     const double x = ImageX(), y = ImageY();
-    _centroidDistance = std::sqrt(x * x + y * y);
+    _f->_centroidDistance = std::sqrt(x * x + y * y);
 }
 
-double Blob::ImageX() const { return _cx + (_res != nullptr ? _res->_origin.x : 0) - 0.5; }
-double Blob::ImageY() const { return _cy + (_res != nullptr ? _res->_origin.y : 0) - 0.5; }
+double Blob::ImageX() const { return _f->_cx + (_res != nullptr ? _res->_origin.x : 0) - 0.5; }
+double Blob::ImageY() const { return _f->_cy + (_res != nullptr ? _res->_origin.y : 0) - 0.5; }
 
 void Blob::Holes() {
-    _dFilled = _filledArea;
-    _holeArea = double(_filledArea) - double(_area);
-    _areaOverFilled = _filledArea != 0 ? double(_area) / _filledArea : 0.0;
-    const double box = double(_boxWidth) * double(_boxHeight);
-    _filledOverBox = box != 0.0 ? _filledArea / box : 0.0;
+    _f->_dFilled = _filledArea;
+    _f->_holeArea = double(_filledArea) - double(_area);
+    _f->_areaOverFilled = _filledArea != 0 ? double(_area) / _filledArea : 0.0;
+    const double box = double(_f->_boxWidth) * double(_f->_boxHeight);
+    _f->_filledOverBox = box != 0.0 ? _filledArea / box : 0.0;
 }
 
 void Blob::Axes() {
     const int32_t options = _res != nullptr ? _res->_options : 0;
     const bool second = (options & BLOB_OPT_SECOND_MOMENTS) && HasMoments();
-    _minor = _major = _angle = 0.0;
-    for (auto& row : _frame) row[0] = row[1] = row[2] = 0.0;
+    _f->_minor = _f->_major = _f->_angle = 0.0;
+    for (auto& row : _f->_frame) row[0] = row[1] = row[2] = 0.0;
     if (!second) {
-        _axisRatio = _boxHeight != 0.0f ? double(_boxWidth) / double(_boxHeight) : 0.0;
+        _f->_axisRatio = _f->_boxHeight != 0.0f ? double(_f->_boxWidth) / double(_f->_boxHeight) : 0.0;
         return;
     }
-    const double area = _dArea;
+    const double area = _f->_dArea;
     const double cx = double(_sumX) / (2.0 * area), cy = double(_sumY) / (2.0 * area);
     const double mxx = ((_xx.Value() / area) / 3.0 - 4.0 * cx * cx) / kPi;
     const double myy = ((_yy.Value() / area) / 3.0 - 4.0 * cy * cy) / kPi;
@@ -158,70 +161,74 @@ void Blob::Axes() {
     const double d = std::sqrt((mxx - myy) * (mxx - myy) + 4.0 * mxy * mxy);
     const double s = std::sqrt(std::sqrt(std::fabs(mxx * myy - mxy * mxy)) / area);
     if (s > 0.0) {
-        _major = std::sqrt(2.0 * std::fabs(d + mxx + myy) / s);
-        _minor = std::sqrt(2.0 * std::fabs(mxx + myy - d) / s);
+        _f->_major = std::sqrt(2.0 * std::fabs(d + mxx + myy) / s);
+        _f->_minor = std::sqrt(2.0 * std::fabs(mxx + myy - d) / s);
     }
-    _angle = (mxy == 0.0 && mxx - myy == 0.0) ? 0.0 : 0.5 * std::atan2(2.0 * mxy, mxx - myy);
-    const double c = std::cos(_angle), sn = std::sin(_angle);
+    _f->_angle = (mxy == 0.0 && mxx - myy == 0.0) ? 0.0 : 0.5 * std::atan2(2.0 * mxy, mxx - myy);
+    const double c = std::cos(_f->_angle), sn = std::sin(_f->_angle);
     const double X = ImageX(), Y = ImageY();
-    _frame[0][0] = c;
-    _frame[0][1] = sn;
-    _frame[0][2] = -(X * c + Y * sn);
-    _frame[1][0] = -sn;
-    _frame[1][1] = c;
-    _frame[1][2] = X * sn - Y * c;
-    _axisRatio = _major != 0.0 ? _minor / _major : 0.0;
+    _f->_frame[0][0] = c;
+    _f->_frame[0][1] = sn;
+    _f->_frame[0][2] = -(X * c + Y * sn);
+    _f->_frame[1][0] = -sn;
+    _f->_frame[1][1] = c;
+    _f->_frame[1][2] = X * sn - Y * c;
+    _f->_axisRatio = _f->_major != 0.0 ? _f->_minor / _f->_major : 0.0;
 }
 
 void Blob::CompleteFeatures() {
     Moments();
-    _boxWidth = static_cast<float>(_right - _left);
-    _boxHeight = static_cast<float>(_bottom - _top);
-    _boxArea = _boxWidth * _boxHeight;
+    _f->_boxWidth = static_cast<float>(_right - _left);
+    _f->_boxHeight = static_cast<float>(_bottom - _top);
+    _f->_boxArea = _f->_boxWidth * _f->_boxHeight;
     Holes();
     Axes();
-    _computed |= BLOB_DONE_COMPLETION;
+    _computed |= kDerivedReady;
+}
+
+void Blob::EnsureDerived() {
+    if (!(_computed & kDerivedReady)) CompleteFeatures();
 }
 
 void Blob::RelBdry() {
-    _nBdry = 0;
-    _sumDx = _sumDy = 0.0;
-    _minR2 = _maxR2 = _sumR = 0.0;
-    _minIdx = _maxIdx = -1;
+    _f->_nBdry = 0;
+    _f->_sumDx = _f->_sumDy = 0.0;
+    _f->_minR2 = _f->_maxR2 = _f->_sumR = 0.0;
+    _f->_minIdx = _f->_maxIdx = -1;
     const int32_t options = _res != nullptr ? _res->_options : 0;
     if (!(options & BLOB_OPT_BOUNDARY)) return;
     const bool radii = options & BLOB_OPT_RADII;
     const bool lenWid = options & BLOB_OPT_LENGTH_WIDTH;
-    const double ca = std::cos(_angle), sa = std::sin(_angle);
+    const double ca = std::cos(_f->_angle), sa = std::sin(_f->_angle);
     bool havePrev = false, haveFirst = false;
     double px = 0, py = 0, fx = 0, fy = 0;
     int64_t projMin[2] = {0, 0}, projMax[2] = {0, 0};
     auto visitEnd = [&](double x, double y) {
         const double dx = havePrev ? x - px : 0.0, dy = havePrev ? y - py : 0.0;
         if (havePrev) {
-            _sumDx += std::fabs(dx);
-            _sumDy += std::fabs(dy);
+            _f->_sumDx += std::fabs(dx);
+            _f->_sumDy += std::fabs(dy);
         } else {
             fx = x;
             fy = y;
             haveFirst = true;
         }
-        const double rx = x - _cx, ry = y - _cy;
+        const double rx = x - _f->_cx, ry = y - _f->_cy;
         const double r2 = rx * rx + ry * ry;
         if (radii) {
-            if (_minIdx < 0 || r2 < _minR2) {
-                _minR2 = r2;
-                _minIdx = _nBdry;
-                _minPx = x;
-                _minPy = y;
+            if (_f->_minIdx < 0 || r2 < _f->_minR2) {
+                _f->_minR2 = r2;
+                _f->_minIdx = _f->_nBdry;
+                _f->_minPx = x;
+                _f->_minPy = y;
             }
-            if (_maxIdx < 0 || r2 > _maxR2) {
-                _maxR2 = r2;
-                _maxIdx = _nBdry;
-                _maxPx = x;
-                _maxPy = y;
+            if (_f->_maxIdx < 0 || r2 > _f->_maxR2) {
+                _f->_maxR2 = r2;
+                _f->_maxIdx = _f->_nBdry;
+                _f->_maxPx = x;
+                _f->_maxPy = y;
             }
-            _sumR += r2 - ((dx * dx + dy * dy) * 0.1666667 + 0.5);
+            _f->_sumR += r2 - ((dx * dx + dy * dy) * 0.1666667 + 0.5);
         }
         if (lenWid) {
             const int64_t u = std::llround((rx * ca + ry * sa) * 16.0);
@@ -236,74 +243,71 @@ void Blob::RelBdry() {
         py = y;
         havePrev = true;
     };
-    WalkBoundary([&](const BdryPoint& p) {
-        visitEnd(p.x, p.y0);
-        if (p.y1 != p.y0) {
-            visitEnd(p.x, p.y1);
-            --_nBdry;  // a vertical stretch is one point
-        }
-        ++_nBdry;
+    WalkBoundary([&](const BdryPoint& p, bool upward) {
+        visitEnd(p.x, upward ? p.y1 : p.y0);
+        if (p.y1 != p.y0) visitEnd(p.x, upward ? p.y0 : p.y1);
+        ++_f->_nBdry;  // a vertical stretch is one point
     });
     if (haveFirst && havePrev) {  // close the loop
-        _sumDx += std::fabs(fx - px);
-        _sumDy += std::fabs(fy - py);
+        _f->_sumDx += std::fabs(fx - px);
+        _f->_sumDy += std::fabs(fy - py);
     }
     for (int i = 0; i < 2; ++i) {
-        _projMin[i] = double(projMin[i]);
-        _projMax[i] = double(projMax[i]);
+        _f->_projMin[i] = double(projMin[i]);
+        _f->_projMax[i] = double(projMax[i]);
     }
 }
 
 void Blob::Perims() {
-    _perimeter = _p2OverArea = _compactness = 0.0;
+    _f->_perimeter = _f->_p2OverArea = _f->_compactness = 0.0;
     const int32_t options = _res != nullptr ? _res->_options : 0;
     if (!(options & BLOB_OPT_BOUNDARY)) return;
-    const double s = _sumDx + _sumDy;
+    const double s = _f->_sumDx + _f->_sumDy;
     if (s <= 0.0) return;
-    const double r = (2.0 - std::sqrt(2.0)) * _nBdry / s;
-    _perimeter = s * (1.0 + r * (0.7 * r - 0.87));
-    _p2OverArea = _filledArea != 0 ? _perimeter * _perimeter / _filledArea : 0.0;
-    _compactness = _p2OverArea != 0.0 ? std::min(1.0, 4.0 * kPi / _p2OverArea) : 0.0;
+    const double r = (2.0 - std::sqrt(2.0)) * _f->_nBdry / s;
+    _f->_perimeter = s * (1.0 + r * (0.7 * r - 0.87));
+    _f->_p2OverArea = _filledArea != 0 ? _f->_perimeter * _f->_perimeter / _filledArea : 0.0;
+    _f->_compactness = _f->_p2OverArea != 0.0 ? std::min(1.0, 4.0 * kPi / _f->_p2OverArea) : 0.0;
 }
 
 void Blob::Radii() {
-    _minRadius = _maxRadius = _meanRadius = _radiusRatio = 0.0;
+    _f->_minRadius = _f->_maxRadius = _f->_meanRadius = _f->_radiusRatio = 0.0;
     const int32_t options = _res != nullptr ? _res->_options : 0;
-    if (!(options & BLOB_OPT_RADII) || _nBdry <= 0) return;
-    _minRadius = std::sqrt(_minR2);
-    _maxRadius = std::sqrt(_maxR2);
-    _meanRadius = std::sqrt(std::max(0.0, _sumR / _nBdry));
-    _radiusRatio = _maxRadius != 0.0 ? _minRadius / _maxRadius : 0.0;
+    if (!(options & BLOB_OPT_RADII) || _f->_nBdry <= 0) return;
+    _f->_minRadius = std::sqrt(_f->_minR2);
+    _f->_maxRadius = std::sqrt(_f->_maxR2);
+    _f->_meanRadius = std::sqrt(std::max(0.0, _f->_sumR / _f->_nBdry));
+    _f->_radiusRatio = _f->_maxRadius != 0.0 ? _f->_minRadius / _f->_maxRadius : 0.0;
 }
 
 void Blob::RAngle() {
-    _minAngle = _maxAngle = _angleDiff = 0.0;
-    _minDx = _minDy = _maxDx = _maxDy = 0.0;
+    _f->_minAngle = _f->_maxAngle = _f->_angleDiff = 0.0;
+    _f->_minDx = _f->_minDy = _f->_maxDx = _f->_maxDy = 0.0;
     const int32_t options = _res != nullptr ? _res->_options : 0;
-    if (!(options & BLOB_OPT_RADII) || _minIdx < 0) return;
-    _minDx = _minPx - _cx;
-    _minDy = _minPy - _cy;
-    _maxDx = _maxPx - _cx;
-    _maxDy = _maxPy - _cy;
-    _minAngle = std::atan2(_minDy, _minDx);
-    _maxAngle = std::atan2(_maxDy, _maxDx);
-    double diff = _maxAngle - _minAngle;
+    if (!(options & BLOB_OPT_RADII) || _f->_minIdx < 0) return;
+    _f->_minDx = _f->_minPx - _f->_cx;
+    _f->_minDy = _f->_minPy - _f->_cy;
+    _f->_maxDx = _f->_maxPx - _f->_cx;
+    _f->_maxDy = _f->_maxPy - _f->_cy;
+    _f->_minAngle = std::atan2(_f->_minDy, _f->_minDx);
+    _f->_maxAngle = std::atan2(_f->_maxDy, _f->_maxDx);
+    double diff = _f->_maxAngle - _f->_minAngle;
     while (diff > kPi) diff -= kTwoPi;
     while (diff <= -kPi) diff += kTwoPi;
-    _angleDiff = diff;
+    _f->_angleDiff = diff;
 }
 
 void Blob::LenWid() {
-    _length = _width = _widthOverLength = _offAlong = _offAcross = 0.0;
+    _f->_length = _f->_width = _f->_widthOverLength = _f->_offAlong = _f->_offAcross = 0.0;
     const int32_t options = _res != nullptr ? _res->_options : 0;
-    if (!(options & BLOB_OPT_LENGTH_WIDTH) || _nBdry <= 0) return;
-    _length = (_projMax[0] - _projMin[0]) / 16.0;
-    _width = (_projMax[1] - _projMin[1]) / 16.0;
-    _widthOverLength = _length != 0.0 ? _width / _length : 0.0;
+    if (!(options & BLOB_OPT_LENGTH_WIDTH) || _f->_nBdry <= 0) return;
+    _f->_length = (_f->_projMax[0] - _f->_projMin[0]) / 16.0;
+    _f->_width = (_f->_projMax[1] - _f->_projMin[1]) / 16.0;
+    _f->_widthOverLength = _f->_length != 0.0 ? _f->_width / _f->_length : 0.0;
     // Centre of the projection box relative to the centroid, positive along (cos a, sin a) and
     // across along (-sin a, cos a).
-    _offAlong = (_projMax[0] + _projMin[0]) / 32.0;
-    _offAcross = (_projMax[1] + _projMin[1]) / 32.0;
+    _f->_offAlong = (_f->_projMax[0] + _f->_projMin[0]) / 32.0;
+    _f->_offAcross = (_f->_projMax[1] + _f->_projMin[1]) / 32.0;
 }
 
 void Blob::FeatRout(int routno) {
@@ -330,7 +334,8 @@ void Blob::PreGetFeat(int featno) {
 double Blob::GetFeat(int featno) {
     const bool hasRes = Check(_res != nullptr, "blob", __LINE__, "_res");
     if (!Check(featno > 0 && featno < NUMFEAT, "blob", __LINE__, "featno > 0 && featno < NUMFEAT")) return 0.0;
-    if (!hasRes || _parent == nullptr || featno == BF_NONE) return 0.0;  // the root has no parent
+    if (!hasRes || _parent == nullptr || featno == BF_NONE || _f == nullptr) return 0.0;  // root: no parent
+    EnsureDerived();
     PreGetFeat(featno);
     switch (featno) {
         case BF_COLOR: return _color;
@@ -341,44 +346,44 @@ double Blob::GetFeat(int featno) {
         case BF_RIGHT: return _right;
         case BF_TOP: return _top;
         case BF_BOTTOM: return _bottom;
-        case BF_SUM_DX: return _sumDx;
-        case BF_SUM_DY: return _sumDy;
+        case BF_SUM_DX: return _f->_sumDx;
+        case BF_SUM_DY: return _f->_sumDy;
         case BF_SUM_X: return double(_sumX);
         case BF_SUM_Y: return double(_sumY);
         case BF_XX: return _xx.Value() / 12.0;
         case BF_XY: return _xy.Value() / 4.0;
         case BF_YY: return _yy.Value() / 12.0;
-        case BF_AREA_D: return _dArea;
+        case BF_AREA_D: return _f->_dArea;
         case BF_CENTROID_X: return ImageX();
         case BF_CENTROID_Y: return ImageY();
-        case BF_MINOR_AXIS: return _minor;
-        case BF_MAJOR_AXIS: return _major;
-        case BF_AXIS_ANGLE: return _angle;
-        case BF_PERIMETER: return _perimeter;
-        case BF_FILLED_AREA_D: return _dFilled;
+        case BF_MINOR_AXIS: return _f->_minor;
+        case BF_MAJOR_AXIS: return _f->_major;
+        case BF_AXIS_ANGLE: return _f->_angle;
+        case BF_PERIMETER: return _f->_perimeter;
+        case BF_FILLED_AREA_D: return _f->_dFilled;
         case BF_AREA_FRACTION: return _res->_pixelCount != 0 ? _area / double(_res->_pixelCount) : 0.0;
-        case BF_MIN_RADIUS: return _minRadius;
-        case BF_MAX_RADIUS: return _maxRadius;
-        case BF_MIN_RADIUS_ANGLE: return _minAngle;
-        case BF_MAX_RADIUS_ANGLE: return _maxAngle;
-        case BF_MEAN_RADIUS: return _meanRadius;
-        case BF_LENGTH: return _length;
-        case BF_WIDTH: return _width;
-        case BF_HOLE_AREA: return _holeArea;
-        case BF_AREA_OVER_FILLED: return _areaOverFilled;
-        case BF_AXIS_RATIO: return _axisRatio;
-        case BF_P2_OVER_AREA: return _p2OverArea;
-        case BF_RADIUS_RATIO: return _radiusRatio;
-        case BF_WIDTH_OVER_LENGTH: return _widthOverLength;
-        case BF_BOX_WIDTH: return _boxWidth;
-        case BF_BOX_HEIGHT: return _boxHeight;
-        case BF_BOX_AREA: return _boxArea;
-        case BF_FILLED_OVER_BOX: return _filledOverBox;
-        case BF_CENTROID_DISTANCE: return _centroidDistance;
-        case BF_COMPACTNESS: return _compactness;
-        case BF_RADIAL_ANGLE_DIFF: return _angleDiff;
-        case BF_LENBOX_OFFSET_ALONG: return _offAlong;
-        case BF_LENBOX_OFFSET_ACROSS: return _offAcross;
+        case BF_MIN_RADIUS: return _f->_minRadius;
+        case BF_MAX_RADIUS: return _f->_maxRadius;
+        case BF_MIN_RADIUS_ANGLE: return _f->_minAngle;
+        case BF_MAX_RADIUS_ANGLE: return _f->_maxAngle;
+        case BF_MEAN_RADIUS: return _f->_meanRadius;
+        case BF_LENGTH: return _f->_length;
+        case BF_WIDTH: return _f->_width;
+        case BF_HOLE_AREA: return _f->_holeArea;
+        case BF_AREA_OVER_FILLED: return _f->_areaOverFilled;
+        case BF_AXIS_RATIO: return _f->_axisRatio;
+        case BF_P2_OVER_AREA: return _f->_p2OverArea;
+        case BF_RADIUS_RATIO: return _f->_radiusRatio;
+        case BF_WIDTH_OVER_LENGTH: return _f->_widthOverLength;
+        case BF_BOX_WIDTH: return _f->_boxWidth;
+        case BF_BOX_HEIGHT: return _f->_boxHeight;
+        case BF_BOX_AREA: return _f->_boxArea;
+        case BF_FILLED_OVER_BOX: return _f->_filledOverBox;
+        case BF_CENTROID_DISTANCE: return _f->_centroidDistance;
+        case BF_COMPACTNESS: return _f->_compactness;
+        case BF_RADIAL_ANGLE_DIFF: return _f->_angleDiff;
+        case BF_LENBOX_OFFSET_ALONG: return _f->_offAlong;
+        case BF_LENBOX_OFFSET_ACROSS: return _f->_offAcross;
         case BF_BOTTOM_END_X: return _bottomX;
         case BF_RIGHT_ROW: return _rightRow;
         case BF_TOP_X: return _topX;
@@ -386,16 +391,16 @@ double Blob::GetFeat(int featno) {
         case BF_PARENT_LABEL: return _parent->_label;
         case BF_MEAN_GREY: return _area != 0 ? double(_greySum) / _area : 0.0;
         case BF_GREY_SUM: return double(_greySum);
-        case BF_MIN_RADIUS_DX: return _minDx;
-        case BF_MIN_RADIUS_DY: return _minDy;
-        case BF_MAX_RADIUS_DX: return _maxDx;
-        case BF_MAX_RADIUS_DY: return _maxDy;
-        case BF_AXIS_FRAME_00: return _frame[0][0];
-        case BF_AXIS_FRAME_01: return _frame[0][1];
-        case BF_AXIS_FRAME_02: return _frame[0][2];
-        case BF_AXIS_FRAME_10: return _frame[1][0];
-        case BF_AXIS_FRAME_11: return _frame[1][1];
-        case BF_AXIS_FRAME_12: return _frame[1][2];
+        case BF_MIN_RADIUS_DX: return _f->_minDx;
+        case BF_MIN_RADIUS_DY: return _f->_minDy;
+        case BF_MAX_RADIUS_DX: return _f->_maxDx;
+        case BF_MAX_RADIUS_DY: return _f->_maxDy;
+        case BF_AXIS_FRAME_00: return _f->_frame[0][0];
+        case BF_AXIS_FRAME_01: return _f->_frame[0][1];
+        case BF_AXIS_FRAME_02: return _f->_frame[0][2];
+        case BF_AXIS_FRAME_10: return _f->_frame[1][0];
+        case BF_AXIS_FRAME_11: return _f->_frame[1][1];
+        case BF_AXIS_FRAME_12: return _f->_frame[1][2];
         default: return 0.0;
     }
 }
@@ -427,6 +432,8 @@ void BlobResult::CleanUp() {
     _nextSeq = 0;
     _error = BLOB_OK;
     _list.clear();
+    _closed.clear();
+    _closedDeleted = 0;
 }
 
 Blob* BlobResult::ByLabel(int label) const {
@@ -453,20 +460,41 @@ void BlobResult::Dump(FILE* out) const {
 void BlobResult::BuildList() {
     _list.clear();
     _bySeq.assign(_nextSeq, nullptr);
-    _blobPool.ForEachUsed([&](Blob& b) {
-        if (!b._inUse || b._parent == nullptr || !(b._computed & BLOB_DONE_COMPLETION)) return;
-        if (b._seq < _bySeq.size()) _bySeq[b._seq] = &b;
-    });
-    _blobPool.ForEachUsed([&](Blob& b) {
-        if (b._inUse) b._child = b._lastChild = b._sibling = b._prevSibling = nullptr;
-    });
+    size_t listed = 0;
+    for (const ClosedRegion& c : _closed) {
+        Blob* b = c.blob;
+        // A record deleted after it closed may have been reused by a later region: its number tells. Only
+        // looked at when such deletions happened (reading every record costs a cache miss each).
+        if (_closedDeleted != 0 && !(b->_inUse && b->_seq == c.seq && (b->_computed & BLOB_DONE_COMPLETION)))
+            continue;
+        if (c.seq < _bySeq.size()) {
+            _bySeq[c.seq] = b;
+            ++listed;
+        }
+    }
+    if (listed > _featureCapacity) {
+        const size_t capacity = std::max(listed, _featureCapacity + _featureCapacity / 2);
+        _features.reset(new (std::nothrow) BlobFeatures[capacity]);
+        _featureCapacity = _features ? capacity : 0;
+        if (!_features && _error == BLOB_OK) _error = BLOB_ERR_NO_MEMORY;
+    }
+    // A parent always has a smaller number than its children, so each child list is emptied (when its
+    // owner is listed) before the first child is appended. After a failure a listed region may sit in an
+    // open one: those lists are emptied first.
+    if (_root != nullptr) _root->_child = _root->_lastChild = nullptr;
+    if (_error != BLOB_OK)
+        for (Blob* b : _bySeq)
+            if (b != nullptr) b->_parent->_child = b->_parent->_lastChild = nullptr;
     for (Blob* b : _bySeq) {
         if (b == nullptr) continue;
+        b->_child = b->_lastChild = nullptr;
+        b->_f = _list.size() < _featureCapacity ? &_features[_list.size()] : nullptr;
         b->_label = static_cast<int32_t>(_list.size()) + 1;
         if (!_list.empty()) _list.back()->_Next = b;
         b->_Next = nullptr;
         _list.push_back(b);
         Blob* p = b->_parent;
+        b->_sibling = nullptr;
         b->_prevSibling = p->_lastChild;
         if (p->_lastChild != nullptr) p->_lastChild->_sibling = b;
         else p->_child = b;

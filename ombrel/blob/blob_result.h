@@ -11,6 +11,19 @@
 // where mean(x), mean(y) are the plain means of the region's pixel coordinates (with a row step > 1 each
 // scanned row stands for the rows of its step).
 //
+// Boundary features (option 4): a region's outer contour is walked once from its first chain; points are run
+// starts on the left-hand chains and run ends (one past the last pixel) on the right-hand chains, on the
+// scanned rows, a vertical stretch counting as one point. Per point the mean-radius sum adds its squared
+// distance from the centroid less ((dx^2 + dy^2) * 0.1666667 + 0.5), dx, dy being the step from the previous
+// point. Length and width (option 32) are the ranges of the points' projections, rounded to 1/16 pixel, on
+// the axis direction (cos a, sin a) and its normal (-sin a, cos a) with the axis angle a as it stands (not
+// turned by pi); the two length-box offsets (46, 47) are the box centre minus the centroid along those two
+// directions, positive along them.
+//
+// Derived features (16 onwards) are worked out when first read; they depend only on values that are final
+// when a region closes. Sums are kept wider than 32 bits (first moments and grey sums in 64 bits, the
+// overflow counts of the second moments in 32), so that regions of several megapixels stay exact.
+//
 // Colours: -1 for the root (the unbounded background) and every region of its class, 0 for the other class.
 // With the usual thresholding, objects (pixels inside the band) have colour 0 and holes colour -1.
 //
@@ -22,6 +35,7 @@
 #pragma once
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -170,21 +184,51 @@ struct SSegment {
     SSegment* regionNext = nullptr;
 };
 
+// Features derived when a region closes, filled on first use (not initialised before).
+struct BlobFeatures {
+    // Derived features.
+    double _dArea, _cx, _cy, _centroidDistance;
+    double _dFilled, _holeArea, _areaOverFilled, _filledOverBox;
+    double _minor, _major, _angle, _axisRatio;
+    double _frame[2][3];
+    float _boxWidth, _boxHeight, _boxArea;
+    // Boundary features.
+    int32_t _nBdry;
+    double _sumDx, _sumDy;
+    double _minR2, _maxR2, _sumR;
+    int32_t _minIdx, _maxIdx;
+    double _minPx, _minPy, _maxPx, _maxPy;  // region coordinates of the extreme points
+    double _projMin[2], _projMax[2];  // 1/16 pixel, along and across the axis
+    double _perimeter, _p2OverArea, _compactness;
+    double _minRadius, _maxRadius, _meanRadius, _radiusRatio;
+    double _minAngle, _maxAngle, _angleDiff;
+    double _minDx, _minDy, _maxDx, _maxDy;
+    double _length, _width, _widthOverLength, _offAlong, _offAcross;
+};
+
 // A second-moment sum kept as count x 2147483647 + remainder.
 struct SplitSum {
     int32_t count = 0;      // overflow count
     int32_t remainder = 0;
-    void Add(int64_t increment);  // carry when the remainder passes 2147483647
+    // Carries into the count whenever the remainder would pass 2147483647; the value stays exact.
+    void Add(int64_t increment) {
+        const int64_t r = int64_t{remainder} + increment;
+        if (r >= 0 && r <= 2147483647) remainder = static_cast<int32_t>(r);
+        else Carry(r);
+    }
+    void Carry(int64_t r);
     void AddSum(const SplitSum& other);
     double Value() const { return double(count) * 2147483647.0 + double(remainder); }
 };
 
 class Blob {
 public:
-    Blob() = default;
+    // Only the accumulated part is initialised: the derived features are written before they are read.
+    Blob() noexcept {}
 
     // Feature `featno` (1..64, see BlobFeature); 0.0 for the root, for 22 and outside 1..64. Runs the
-    // feature's routine first when it has not run yet.
+    // feature's routine first when it has not run yet. Regions that are not in the result list (only
+    // possible after a failed run: those still open) read 0.0.
     double GetFeat(int featno);
     // Left, top, right, bottom in image coordinates (right and bottom exclusive).
     void BoundingBox(Rect& r) const;
@@ -200,7 +244,7 @@ public:
     int32_t Area() const { return _area; }
     int32_t FilledArea() const { return _filledArea; }
     int32_t NumHoles() const { return _nHoles; }
-    uint8_t Computed() const { return _computed; }
+    uint8_t Computed() const { return _computed & 127; }
     const BdryCell* Bdry() const { return _bdry; }
 
     // Drawing (through `dc`, in image coordinates; `xf` may be null for none).
@@ -210,6 +254,8 @@ public:
 
     // Moment accumulation of a run [x0, x1) on row y standing for `stepY` rows.
     void ExtendMoments(int y, int x0, int x1, int64_t grey, int stepY);
+    // What ExtendMoments accumulates, from the result's options and the colour (call after both are set).
+    void SetMomentLevel();
     void AddMoments(const Blob& other);
 
     // Pool bookkeeping (RefStoragePool).
@@ -236,6 +282,8 @@ private:
         _nHoles = holes;
     }
     void CompleteFeatures();  // Moments, box, Holes, Axes
+    void EnsureDerived();     // CompleteFeatures on first use
+    static constexpr uint8_t kDerivedReady = 128;
     bool HasMoments() const;
     double ImageX() const;
     double ImageY() const;
@@ -266,28 +314,14 @@ private:
     int16_t _left = 32767, _leftRow = 0, _right = -32767, _rightRow = 0;
     int16_t _top = 0, _topX = 0, _bottom = 0, _bottomX = 0;
     uint32_t _seq = 0;  // creation order; the smallest of merged regions is kept (raster order of first pixel)
+    int64_t _childFilled = 0;  // sum of the filled areas of the children (0 for a child still open)
+    int32_t _nChildren = 0;
+    uint8_t _momentLevel = 0;  // 0 extent only, 1 first moments, 2 second moments too
 
-    // Derived features.
-    double _dArea = 0, _cx = 0, _cy = 0, _centroidDistance = 0;
-    double _dFilled = 0, _holeArea = 0, _areaOverFilled = 0, _filledOverBox = 0;
-    double _minor = 0, _major = 0, _angle = 0, _axisRatio = 0;
-    double _frame[2][3] = {{0, 0, 0}, {0, 0, 0}};
-    float _boxWidth = 0, _boxHeight = 0, _boxArea = 0;
-    // Boundary features.
-    int32_t _nBdry = 0;
-    double _sumDx = 0, _sumDy = 0;
-    double _minR2 = 0, _maxR2 = 0, _sumR = 0;
-    int32_t _minIdx = -1, _maxIdx = -1;
-    double _minPx = 0, _minPy = 0, _maxPx = 0, _maxPy = 0;  // region coordinates of the extreme points
-    double _projMin[2] = {0, 0}, _projMax[2] = {0, 0};      // 1/16 pixel, along and across the axis
-    double _perimeter = 0, _p2OverArea = 0, _compactness = 0;
-    double _minRadius = 0, _maxRadius = 0, _meanRadius = 0, _radiusRatio = 0;
-    double _minAngle = 0, _maxAngle = 0, _angleDiff = 0;
-    double _minDx = 0, _minDy = 0, _maxDx = 0, _maxDy = 0;
-    double _length = 0, _width = 0, _widthOverLength = 0, _offAlong = 0, _offAcross = 0;
     uint8_t _computed = 0;
     bool _inUse = false;
     BlobResult* _res = nullptr;
+    BlobFeatures* _f = nullptr;  // the result's slot for this region once it is listed
 };
 
 class BlobResult {
@@ -354,6 +388,15 @@ private:
     StoragePool<BdryCell> _bdryPool;
     std::vector<Blob*> _list;
     std::vector<Blob*> _bySeq;  // scratch of BuildList, kept between runs
+    struct ClosedRegion {
+        Blob* blob;
+        uint32_t seq;
+    };
+    std::vector<ClosedRegion> _closed;  // regions in the order they closed
+    int64_t _closedDeleted = 0;         // closed regions deleted afterwards
+    // Derived features of the listed regions, one slot per label; kept (not cleared) between runs.
+    std::unique_ptr<BlobFeatures[]> _features;
+    size_t _featureCapacity = 0;
 };
 
 }  // namespace ombrel

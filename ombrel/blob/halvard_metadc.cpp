@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
+#include <new>
 
 namespace ombrel {
 namespace {
@@ -43,7 +43,34 @@ int ClampPen(int v) { return std::clamp(v, 1, 16); }
 struct Canvas {
     virtual ~Canvas() = default;
     virtual void Set(int64_t x, int64_t y, uint32_t colour) = 0;
+    virtual int Width() const = 0;
+    virtual int Height() const = 0;
 };
+
+// Cuts the segment to the rectangle [lo, hi] in both axes (Liang-Barsky); false when nothing is left.
+bool ClipSegment(double& x0, double& y0, double& x1, double& y1, double loX, double loY, double hiX, double hiY) {
+    if (!std::isfinite(x0) || !std::isfinite(y0) || !std::isfinite(x1) || !std::isfinite(y1)) return false;
+    double t0 = 0.0, t1 = 1.0;
+    const double dx = x1 - x0, dy = y1 - y0;
+    const double p[4] = {-dx, dx, -dy, dy};
+    const double q[4] = {x0 - loX, hiX - x0, y0 - loY, hiY - y0};
+    for (int i = 0; i < 4; ++i) {
+        if (p[i] == 0.0) {
+            if (q[i] < 0.0) return false;
+            continue;
+        }
+        const double t = q[i] / p[i];
+        if (p[i] < 0.0) t0 = std::max(t0, t);
+        else t1 = std::min(t1, t);
+        if (t0 > t1) return false;
+    }
+    const double ox = x0, oy = y0;
+    x0 = ox + t0 * dx;
+    y0 = oy + t0 * dy;
+    x1 = ox + t1 * dx;
+    y1 = oy + t1 * dy;
+    return true;
+}
 
 void Dot(Canvas& canvas, int64_t x, int64_t y, const MetaPen& pen) {
     const int w = ClampPen(pen.width);
@@ -58,6 +85,10 @@ int64_t Round(double v) {
 }
 
 void Line(Canvas& canvas, double x0d, double y0d, double x1d, double y1d, const MetaPen& pen, int64_t limit) {
+    // Only the part near the image is walked: a line far outside costs nothing and always ends.
+    const double margin = ClampPen(pen.width) + 1.0;
+    if (!ClipSegment(x0d, y0d, x1d, y1d, -margin, -margin, canvas.Width() + margin, canvas.Height() + margin))
+        return;
     int64_t x0 = Round(x0d), y0 = Round(y0d);
     const int64_t x1 = Round(x1d), y1 = Round(y1d);
     const int64_t dx = std::llabs(x1 - x0), dy = -std::llabs(y1 - y0);
@@ -124,6 +155,8 @@ void Play(const std::vector<HalvardMetaDC::Record>& records, Canvas& canvas, int
 struct GreyCanvas : Canvas {
     Buffer& image;
     explicit GreyCanvas(Buffer& b) : image(b) {}
+    int Width() const override { return image.Width(); }
+    int Height() const override { return image.Height(); }
     void Set(int64_t x, int64_t y, uint32_t colour) override {
         if (x < 0 || y < 0 || x >= image.Width() || y >= image.Height()) return;
         const uint32_t r = (colour >> 16) & 255, g = (colour >> 8) & 255, b = colour & 255;
@@ -135,6 +168,8 @@ struct RgbCanvas : Canvas {
     uint8_t* rgb;
     int width, height, pitch;
     RgbCanvas(uint8_t* p, int w, int h, int pt) : rgb(p), width(w), height(h), pitch(pt) {}
+    int Width() const override { return width; }
+    int Height() const override { return height; }
     void Set(int64_t x, int64_t y, uint32_t colour) override {
         if (x < 0 || y < 0 || x >= width || y >= height) return;
         uint8_t* px = rgb + y * int64_t{pitch} + x * 3;
@@ -152,19 +187,28 @@ std::string SvgColour(uint32_t colour) {
 
 }  // namespace
 
-void HalvardMetaDC::MoveTo(double x, double y) { _records.push_back({Op::MoveTo, x, y, 0, {}, {}}); }
-void HalvardMetaDC::LineTo(double x, double y) { _records.push_back({Op::LineTo, x, y, 0, {}, {}}); }
-void HalvardMetaDC::CrossAt(double x, double y, int halfSize) {
-    _records.push_back({Op::CrossAt, x, y, halfSize, {}, {}});
+// Recording never throws: a record that cannot be stored when memory runs out is dropped.
+void HalvardMetaDC::Add(Record&& record) {
+    try {
+        _records.push_back(std::move(record));
+    } catch (const std::bad_alloc&) {
+    }
 }
+
+void HalvardMetaDC::MoveTo(double x, double y) { Add({Op::MoveTo, x, y, 0, {}, {}}); }
+void HalvardMetaDC::LineTo(double x, double y) { Add({Op::LineTo, x, y, 0, {}, {}}); }
+void HalvardMetaDC::CrossAt(double x, double y, int halfSize) { Add({Op::CrossAt, x, y, halfSize, {}, {}}); }
 MetaPen HalvardMetaDC::SelectObject(const MetaPen& pen) {
     const MetaPen previous = _pen;
     _pen = pen;
-    _records.push_back({Op::SelectObject, 0, 0, 0, pen, {}});
+    Add({Op::SelectObject, 0, 0, 0, pen, {}});
     return previous;
 }
 void HalvardMetaDC::TextAt(double x, double y, std::string_view text) {
-    _records.push_back({Op::TextAt, x, y, 0, {}, std::string(text)});
+    try {
+        Add({Op::TextAt, x, y, 0, {}, std::string(text)});
+    } catch (const std::bad_alloc&) {
+    }
 }
 void HalvardMetaDC::Clear() {
     _records.clear();
@@ -186,6 +230,14 @@ bool HalvardMetaDC::RenderRgb(uint8_t* rgb, int width, int height, int pitch) co
 }
 
 std::string HalvardMetaDC::ToSvg(int width, int height) const {
+    try {
+        return SvgText(width, height);
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
+}
+
+std::string HalvardMetaDC::SvgText(int width, int height) const {
     std::string svg = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(width) +
                       "\" height=\"" + std::to_string(height) + "\" viewBox=\"0 0 " + std::to_string(width) +
                       " " + std::to_string(height) + "\">\n";
@@ -242,10 +294,12 @@ std::string HalvardMetaDC::ToSvg(int width, int height) const {
 }
 
 bool HalvardMetaDC::WriteSvg(const std::string& path, int width, int height) const {
-    std::ofstream out(path, std::ios::binary);
-    if (!out) return false;
-    out << ToSvg(width, height);
-    return static_cast<bool>(out);
+    const std::string svg = ToSvg(width, height);
+    if (svg.empty()) return false;
+    FILE* out = std::fopen(path.c_str(), "wb");
+    if (out == nullptr) return false;
+    const bool ok = std::fwrite(svg.data(), 1, svg.size(), out) == svg.size();
+    return std::fclose(out) == 0 && ok;
 }
 
 }  // namespace ombrel

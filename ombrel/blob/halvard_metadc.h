@@ -66,11 +66,14 @@ public:
     bool Render(Buffer& image) const;
     // Plays the recording onto interleaved RGB bytes (3 per pixel, `pitch` bytes per row).
     bool RenderRgb(uint8_t* rgb, int width, int height, int pitch) const;
-    // The recording as an SVG document of the given size (lines as paths, crosses, text in the same font).
+    // The recording as an SVG document of the given size (lines, crosses, text in the same font); empty when
+    // memory runs out. WriteSvg writes it to a file; false on any failure.
     std::string ToSvg(int width, int height) const;
     bool WriteSvg(const std::string& path, int width, int height) const;
 
 private:
+    void Add(Record&& record);
+    std::string SvgText(int width, int height) const;
     std::vector<Record> _records;
     MetaPen _pen;
 };

@@ -9,6 +9,8 @@
 #include <fstream>
 #include <string>
 
+#include <unistd.h>
+
 #include "ombrel/framework/angles.h"
 
 namespace ombrel {
@@ -27,7 +29,9 @@ TEST(AngleConstants, UseTheLibrarysOwnPiBitForBit) {
 class MachineConfig : public ::testing::Test {
 protected:
     void Write(const std::string& text) {
-        path_ = ::testing::TempDir() + "ombrel_machine_" + std::to_string(counter_++) + ".conf";
+        // Test cases run as parallel processes: the process id keeps their files apart.
+        path_ = ::testing::TempDir() + "ombrel_machine_" + std::to_string(getpid()) + "_" +
+                std::to_string(counter_++) + ".conf";
         std::ofstream(path_) << text;
         setenv("OMBREL_MACHINE_CONFIG", path_.c_str(), 1);
     }

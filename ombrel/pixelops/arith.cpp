@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 
 #include "ombrel/framework/factory.h"
 #include "ombrel/framework/hal.h"
@@ -18,7 +19,8 @@ constexpr double DBLT_N_256 = -256.0;
 constexpr double DBLT_255 = 255.0;
 
 bool ClipsByDefault(ArithOp op) {
-    return op == _ARITH_COPY || op == _ARITH_ADD || op == _ARITH_SUB || op == _ARITH_DIFF || op == _ARITH_MULT;
+    return op == _ARITH_COPY || op == _ARITH_ADD || op == _ARITH_SUB || op == _ARITH_DIFF ||
+           op == _ARITH_MULT;
 }
 
 bool SignClipFixed(ArithOp mOpCode) {
@@ -60,19 +62,32 @@ uint8_t* PixelAt(const Buffer* buffer, int64_t x, int64_t y) {
     return buffer->BaseAddr() + y * buffer->Pitch() + x;
 }
 
-int32_t Wrap32(uint64_t v) { return static_cast<int32_t>(static_cast<uint32_t>(v)); }
+int32_t Wrap32(uint64_t v) {
+    return static_cast<int32_t>(static_cast<uint32_t>(v));
+}
+
+// When every buffer's rows follow each other with no gap at the clipped width, the rectangle is one long
+// span: the kernels then run once instead of once per row. The pixel count of that span, or 0.
+int ContiguousPixels(const Rect& clip, std::initializer_list<const Buffer*> buffers) {
+    if (clip.IsEmpty()) return 0;
+    for (const Buffer* buffer : buffers)
+        if (buffer != nullptr && buffer->Pitch() != clip.Width()) return 0;
+    const int64_t pixels = int64_t{clip.Width()} * clip.Height();
+    return pixels <= INT32_MAX ? static_cast<int>(pixels) : 0;
+}
 
 }  // namespace
 
-// ---- ArithAgent ---------------------------------------------------------------------------------------------
+// ---- ArithAgent
+// ---------------------------------------------------------------------------------------------
 
 ArithAgent::ArithAgent(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, double gain, int offset, Buffer* dest)
     : Agent(srcA, r) {
     Setup(srcA, dest, op, gain, offset, srcB);
 }
 
-ArithAgent::ArithAgent(Buffer* srcA, Point p, const ROI* roi, Buffer* srcB, ArithOp op, double gain, int offset,
-                       Buffer* dest)
+ArithAgent::ArithAgent(Buffer* srcA, Point p, const ROI* roi, Buffer* srcB, ArithOp op, double gain,
+                       int offset, Buffer* dest)
     : Agent(srcA, p, roi != nullptr ? *roi : ROI()) {
     Setup(srcA, dest, op, gain, offset, srcB);
 }
@@ -91,8 +106,8 @@ void ArithAgent::Setup(Buffer* srcA, Buffer* dest, ArithOp op, double gain, int 
           "srcA->BitsPerPixel() == dest->BitsPerPixel()");
     if (op >= kFirstBinaryArithOp) {
         OMBREL_ASSERT("arith", 229, srcB != NULL);
-        Check(srcA == nullptr || srcB == nullptr || srcA->BitsPerPixel() == srcB->BitsPerPixel(), "arith", 230,
-              "srcA->BitsPerPixel() == srcB->BitsPerPixel()");
+        Check(srcA == nullptr || srcB == nullptr || srcA->BitsPerPixel() == srcB->BitsPerPixel(), "arith",
+              230, "srcA->BitsPerPixel() == srcB->BitsPerPixel()");
     }
     mSrcB = srcB;
     mDest = dest;
@@ -113,7 +128,8 @@ void ArithAgent::SetNorm(double gain, int offset) {
     mGain = gain;
     mOffset = offset;
     OMBREL_ASSERT("arith", 313, DBLT_N_256 <= mGain && mGain <= DBLT_255);
-    OMBREL_ASSERT("arith", 314, -(256*255+256) <= mOffset && mOffset <= (256*256+255));
+    Check(-(256 * 255 + 256) <= mOffset && mOffset <= (256 * 256 + 255), "arith", 314,
+          "-(256*255+256) <= mOffset && mOffset <= (256*256+255)");
     const double g = std::isfinite(gain) ? std::clamp(gain, DBLT_N_256, DBLT_255) : 0.0;
     GainToMultiplier(g, &mGainMult, &mGainShift);
     if ((offset >= -256 && offset <= 255) || g == 0.0) {
@@ -126,7 +142,11 @@ void ArithAgent::SetNorm(double gain, int offset) {
 }
 
 void ArithAgent::SetSignClip(ArithSign signA, ArithSign signB, ArithSign signDest, bool clip, bool flag) {
-    if (!OMBREL_ASSERT("arith", 387, !SignClipFixed(mOpCode))) {
+    if (!Check(!SignClipFixed(mOpCode), "arith", 387,
+               "!(mOpCode == _ARITH_NOT || mOpCode == _ARITH_NEGATE || mOpCode == _ARITH_BINARIZE || "
+               "mOpCode == _ARITH_MASKSHIFT || mOpCode == _ARITH_PASSRANGE || mOpCode == _ARITH_AND || "
+               "mOpCode == _ARITH_OR || mOpCode == _ARITH_XOR || mOpCode == _ARITH_MIN || mOpCode == "
+               "_ARITH_MAX)")) {
         aprintf("\nNOTE:  Sing and clipping can't be changed for this operation!\n");
         return;
     }
@@ -164,8 +184,7 @@ void ArithAgent::SetCornerB(int x, int y) {
     OMBREL_ASSERT("arith", 280, (x & 3) == 0);
     const bool fits = mSrcB != nullptr && int64_t{x} + _sRoi.Width() <= mSrcB->Width() &&
                       int64_t{y} + _sRoi.Height() <= mSrcB->Height();
-    Check(fits, "arith", 282,
-          "x + _sRoi.Width() <= mSrcB->Width() && y + _sRoi.Height() <= mSrcB->Height()");
+    Check(fits, "arith", 282, "x + _sRoi.Width() <= mSrcB->Width() && y + _sRoi.Height() <= mSrcB->Height()");
     mCornerB = Point{x, y};
 }
 
@@ -195,7 +214,17 @@ void ArithAgent::GetResults(ArithResults* results) const {
     results->word[1] = mResults[1];
 }
 
-// ---- swArithAgent -------------------------------------------------------------------------------------------
+// ---- swArithAgent
+// -------------------------------------------------------------------------------------------
+
+bool swArithAgent::PackedPath() const {
+    return VectorInstructions() && CpuHasPackedSimd();
+}
+
+// The packed path runs at SSE2 at least, even under a lower cap: it is what the switch asks for.
+Isa swArithAgent::KernelLevel() const {
+    return PackedPath() ? std::max(ActiveIsa(), Isa::Sse2) : ActiveIsa();
+}
 
 bool swArithAgent::BuffersUsable(bool needB) const {
     return Usable(_srcBuf) && Usable(mDest) && (!needB || Usable(mSrcB));
@@ -209,8 +238,9 @@ int swArithAgent::ProcessOp() {
     if (needB) Check(mSrcB != nullptr, "arith", __LINE__, "mSrcB != NULL");
     if (!BuffersUsable(needB)) return kArithNoImage;
 
-    const Rect clip = needB ? ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {mSrcB, mCornerB}, {mDest, {0, 0}}})
-                            : ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {mDest, {0, 0}}});
+    const Rect clip = needB
+                          ? ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {mSrcB, mCornerB}, {mDest, {0, 0}}})
+                          : ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {mDest, {0, 0}}});
     arith::Params p;
     p.op = mOpCode;
     p.withGain = mGain != 1.0;
@@ -222,22 +252,29 @@ int swArithAgent::ProcessOp() {
     p.maskOp = mMaskOp, p.mask = mMask, p.maskShift = mMaskShift;
     const arith::SpanFn routine = (p.withGain ? arith::scalar::kWithGain : arith::scalar::kNoGain)[mOpCode];
 
-    // The packed path runs at SSE2 at least, even under a lower cap: it is what the switch asks for.
-    const bool packed = VectorInstructions() && CpuHasPackedSimd();
-    const Isa isa = packed ? std::max(ActiveIsa(), Isa::Sse2) : ActiveIsa();
-    const arith::VectorKernels kernels = arith::KernelsFor(isa);
+    const bool packed = PackedPath();
+    const arith::VectorKernels kernels = arith::KernelsFor(KernelLevel());
     const arith::VectorPlan plan = arith::PlanVector(p, packed);
 
     uint64_t sum = 0, nonZero = 0;
-    ForEachSpan(_sRoi, clip, [&](int row, int col, int len) {
+    auto span = [&](int row, int col, int len) {
         const uint8_t* a = PixelAt(_srcBuf, int64_t{_sPt.x} + col, int64_t{_sPt.y} + row);
-        const uint8_t* b = needB ? PixelAt(mSrcB, int64_t{mCornerB.x} + col, int64_t{mCornerB.y} + row) : nullptr;
+        const uint8_t* b =
+            needB ? PixelAt(mSrcB, int64_t{mCornerB.x} + col, int64_t{mCornerB.y} + row) : nullptr;
         uint8_t* d = PixelAt(mDest, col, row);
-        const int done = kernels.span != nullptr ? kernels.span(a, b, d, len, plan) : 0;
+        const int done = kernels.span != nullptr ? kernels.span(a, b, d, len, plan, &sum, &nonZero) : 0;
+        if (done == len) return;
         routine(a + done, needB ? b + done : nullptr, d + done, len - done, p);
-        const int summed = kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : 0;
+        const int summed = done == 0 && kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : done;
         arith::scalar::SumSpan(d + summed, len - summed, &sum, &nonZero);
-    });
+    };
+    const int contiguous =
+        _sRoi.IsMasked() ? 0 : ContiguousPixels(clip, {_srcBuf, needB ? mSrcB : nullptr, mDest});
+    if (contiguous > 0) {
+        span(clip.top, clip.left, contiguous);
+    } else {
+        ForEachSpan(_sRoi, clip, span);
+    }
     mResults[0] = Wrap32(sum);
     mResults[1] = Wrap32(nonZero);
     return 0;
@@ -255,18 +292,20 @@ int swArithAgent::MultiplyBuffers() {
 
 namespace {
 
-void MultiplyRows(const Buffer* srcA, Point origin, const Buffer* srcB, Buffer* dest, const Rect& clip,
-                  const arith::MultiplyParams& m, int32_t* results) {
-    const arith::VectorKernels kernels = arith::KernelsFor(ActiveIsa());
+void MultiplyRows(Isa isa, const Buffer* srcA, Point origin, const Buffer* srcB, Buffer* dest,
+                  const Rect& clip, const arith::MultiplyParams& m, int32_t* results) {
+    const arith::VectorKernels kernels = arith::KernelsFor(isa);
     uint64_t sum = 0, nonZero = 0;
-    const int len = clip.Width();
-    for (int row = clip.top; row < clip.bottom; ++row) {
+    const int contiguous = ContiguousPixels(clip, {srcA, srcB, dest});
+    const int len = contiguous > 0 ? contiguous : clip.Width();
+    const int bottom = contiguous > 0 ? clip.top + 1 : clip.bottom;
+    for (int row = clip.top; row < bottom; ++row) {
         const uint8_t* a = PixelAt(srcA, int64_t{origin.x} + clip.left, int64_t{origin.y} + row);
         const uint8_t* b = PixelAt(srcB, clip.left, row);
         uint8_t* d = PixelAt(dest, clip.left, row);
-        const int done = kernels.multiply != nullptr ? kernels.multiply(a, b, d, len, m) : 0;
+        const int done = kernels.multiply != nullptr ? kernels.multiply(a, b, d, len, m, &sum, &nonZero) : 0;
         arith::scalar::MultiplySpan(a + done, b + done, d + done, len - done, m);
-        const int summed = kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : 0;
+        const int summed = done == 0 && kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : done;
         arith::scalar::SumSpan(d + summed, len - summed, &sum, &nonZero);
     }
     results[0] = Wrap32(sum);
@@ -279,7 +318,7 @@ int swArithAgent::DoMultiplyBuffers(const Rect& clip) {
     arith::MultiplyParams m;
     m.shift = mGainShift;
     m.clip = mClip != 0;
-    MultiplyRows(_srcBuf, _sPt, mSrcB, mDest, clip, m, mResults);
+    MultiplyRows(KernelLevel(), _srcBuf, _sPt, mSrcB, mDest, clip, m, mResults);
     return 0;
 }
 
@@ -288,11 +327,12 @@ int swArithAgent::DoMultiplyBuffersFull(const Rect& clip) {
     m.pre = mPreOffset, m.mult = mGainMult, m.shift = mGainShift, m.post = mPostOffset;
     m.clip = mClip != 0, m.flag = mSecondFlag != 0;
     m.full = true;
-    MultiplyRows(_srcBuf, _sPt, mSrcB, mDest, clip, m, mResults);
+    MultiplyRows(KernelLevel(), _srcBuf, _sPt, mSrcB, mDest, clip, m, mResults);
     return 0;
 }
 
-// ---- ArithFact ----------------------------------------------------------------------------------------------
+// ---- ArithFact
+// ----------------------------------------------------------------------------------------------
 
 namespace {
 

@@ -72,6 +72,7 @@
 #include "ombrel/framework/agent.h"
 #include "ombrel/framework/buffer.h"
 #include "ombrel/framework/geometry.h"
+#include "ombrel/framework/isa.h"
 #include "ombrel/framework/roi.h"
 
 namespace ombrel {
@@ -115,7 +116,7 @@ constexpr int kArithNoImage = -1;
 constexpr int kArithBadOp = -2;
 
 class ArithAgent : public Agent {
-public:
+  public:
     ArithAgent(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, double gain, int offset, Buffer* dest);
     // A null region pointer gives an empty region.
     ArithAgent(Buffer* srcA, Point p, const ROI* roi, Buffer* srcB, ArithOp op, double gain, int offset,
@@ -160,7 +161,7 @@ public:
     int BandLow() const { return mBandLow; }
     int BandHigh() const { return mBandHigh; }
 
-protected:
+  protected:
     Buffer* mSrcB = nullptr;
     Point mCornerB;
     Buffer* mDest = nullptr;
@@ -183,19 +184,21 @@ protected:
     int32_t mMaskShift = 0;
     int32_t mResults[2] = {0, 0};
 
-private:
+  private:
     void Setup(Buffer* srcA, Buffer* dest, ArithOp op, double gain, int offset, Buffer* srcB);
 };
 
 // The software implementation: host buffers.
 class swArithAgent : public ArithAgent {
-public:
+  public:
     using ArithAgent::ArithAgent;
     int MultiplyBuffers() override;
     int ProcessOp() override;
 
-private:
+  private:
     bool BuffersUsable(bool needB) const;
+    bool PackedPath() const;
+    Isa KernelLevel() const;
     int DoMultiplyBuffers(const Rect& clip);
     int DoMultiplyBuffersFull(const Rect& clip);
 };

@@ -14,8 +14,12 @@ constexpr bool ReadsSigns(int op) {
     return op == _ARITH_COPY || op == _ARITH_ABS || op == _ARITH_ADD || op == _ARITH_SUB || op == _ARITH_DIFF;
 }
 
-bool FitsInt16(int64_t v) { return v >= INT16_MIN && v <= INT16_MAX; }
-bool FitsInt32(int64_t v) { return v >= INT32_MIN && v <= INT32_MAX; }
+bool FitsInt16(int64_t v) {
+    return v >= INT16_MIN && v <= INT16_MAX;
+}
+bool FitsInt32(int64_t v) {
+    return v >= INT32_MIN && v <= INT32_MAX;
+}
 
 // Every v in [vmin, vmax] is written as v & 255.
 bool WrapExact(Stage stage, const Params& p, int64_t vmin, int64_t vmax) {
@@ -35,23 +39,34 @@ VectorMode ByteMode(Stage stage, const Params& p, int64_t vmin, int64_t vmax) {
     const bool wrap = WrapExact(stage, p, vmin, vmax);
     const bool unsignedSources = !p.signA && !p.signB;
     switch (p.op) {
-        case _ARITH_NOT: return wrap ? VectorMode::Not : VectorMode::None;
-        case _ARITH_NEGATE: return wrap ? VectorMode::NegateWrap : VectorMode::None;
-        case _ARITH_COPY: return wrap ? VectorMode::Copy : VectorMode::None;
-        case _ARITH_ABS: return wrap && !p.signA ? VectorMode::Copy : VectorMode::None;
+        case _ARITH_NOT:
+            return wrap ? VectorMode::Not : VectorMode::None;
+        case _ARITH_NEGATE:
+            return wrap ? VectorMode::NegateWrap : VectorMode::None;
+        case _ARITH_COPY:
+            return wrap ? VectorMode::Copy : VectorMode::None;
+        case _ARITH_ABS:
+            return wrap && !p.signA ? VectorMode::Copy : VectorMode::None;
         case _ARITH_ADD:
             if (unsignedSources && SaturateExact(stage, p, vmin, vmax)) return VectorMode::AddSat;
             return wrap ? VectorMode::AddWrap : VectorMode::None;
         case _ARITH_SUB:
             if (unsignedSources && SaturateExact(stage, p, vmin, vmax)) return VectorMode::SubSat;
             return wrap ? VectorMode::SubWrap : VectorMode::None;
-        case _ARITH_DIFF: return wrap && unsignedSources ? VectorMode::AbsDiff : VectorMode::None;
-        case _ARITH_AND: return wrap ? VectorMode::And : VectorMode::None;
-        case _ARITH_OR: return wrap ? VectorMode::Or : VectorMode::None;
-        case _ARITH_XOR: return wrap ? VectorMode::Xor : VectorMode::None;
-        case _ARITH_MIN: return wrap ? VectorMode::Min : VectorMode::None;
-        case _ARITH_MAX: return wrap ? VectorMode::Max : VectorMode::None;
-        default: return VectorMode::None;
+        case _ARITH_DIFF:
+            return wrap && unsignedSources ? VectorMode::AbsDiff : VectorMode::None;
+        case _ARITH_AND:
+            return wrap ? VectorMode::And : VectorMode::None;
+        case _ARITH_OR:
+            return wrap ? VectorMode::Or : VectorMode::None;
+        case _ARITH_XOR:
+            return wrap ? VectorMode::Xor : VectorMode::None;
+        case _ARITH_MIN:
+            return wrap ? VectorMode::Min : VectorMode::None;
+        case _ARITH_MAX:
+            return wrap ? VectorMode::Max : VectorMode::None;
+        default:
+            return VectorMode::None;
     }
 }
 
@@ -69,19 +84,34 @@ void ValueRange(const Params& p, int64_t* vmin, int64_t* vmax) {
     const int64_t bMin = signB ? -128 : 0, bMax = signB ? 127 : 255;
     int64_t lo = 0, hi = 255;
     switch (p.op) {
-        case _ARITH_NEGATE: lo = -aMax, hi = -aMin; break;
-        case _ARITH_COPY: lo = aMin, hi = aMax; break;
-        case _ARITH_BINARIZE: hi = 1; break;
+        case _ARITH_NEGATE:
+            lo = -aMax, hi = -aMin;
+            break;
+        case _ARITH_COPY:
+            lo = aMin, hi = aMax;
+            break;
+        case _ARITH_BINARIZE:
+            hi = 1;
+            break;
         case _ARITH_MASKSHIFT: {
             const int shift = std::clamp(p.maskShift, -7, 7);
             hi = shift >= 0 ? int64_t{255} << shift : 255 >> -shift;
             break;
         }
-        case _ARITH_ABS: hi = std::max(-aMin, aMax); break;
-        case _ARITH_ADD: lo = aMin + bMin, hi = aMax + bMax; break;
-        case _ARITH_SUB: lo = aMin - bMax, hi = aMax - bMin; break;
-        case _ARITH_DIFF: hi = std::max(aMax - bMin, bMax - aMin); break;
-        default: break;
+        case _ARITH_ABS:
+            hi = std::max(-aMin, aMax);
+            break;
+        case _ARITH_ADD:
+            lo = aMin + bMin, hi = aMax + bMax;
+            break;
+        case _ARITH_SUB:
+            lo = aMin - bMax, hi = aMax - bMin;
+            break;
+        case _ARITH_DIFF:
+            hi = std::max(aMax - bMin, bMax - aMin);
+            break;
+        default:
+            break;
     }
     *vmin = lo;
     *vmax = hi;
@@ -134,10 +164,13 @@ VectorPlan PlanVector(const Params& p, bool packed) {
 
 VectorKernels KernelsFor(Isa isa) {
     switch (isa) {
-        case Isa::Scalar: return {nullptr, nullptr, nullptr};
-        case Isa::Sse2: return {&sse2::Span, &sse2::MultiplySpan, &sse2::SumSpan};
+        case Isa::Scalar:
+            return {nullptr, nullptr, nullptr};
+        case Isa::Sse2:
+            return {&sse2::Span, &sse2::MultiplySpan, &sse2::SumSpan};
         case Isa::Avx2:
-        case Isa::Avx512: return {&avx2::Span, &avx2::MultiplySpan, &avx2::SumSpan};
+        case Isa::Avx512:
+            return {&avx2::Span, &avx2::MultiplySpan, &avx2::SumSpan};
     }
     return {nullptr, nullptr, nullptr};
 }

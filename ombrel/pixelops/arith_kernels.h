@@ -29,7 +29,19 @@ void ValueRange(const Params& p, int64_t* vmin, int64_t* vmax);
 enum class VectorMode : int32_t {
     None,  // the vector kernel declines; the scalar kernel does the span
     // Single byte instructions, used only where they give exactly the contract's bytes.
-    Copy, Not, NegateWrap, AddSat, AddWrap, SubSat, SubWrap, AbsDiff, And, Or, Xor, Min, Max,
+    Copy,
+    Not,
+    NegateWrap,
+    AddSat,
+    AddWrap,
+    SubSat,
+    SubWrap,
+    AbsDiff,
+    And,
+    Or,
+    Xor,
+    Min,
+    Max,
     Generic16,  // v, v + P, the product, the shift and r all in 16-bit lanes
     Generic32   // v and v + P in 16-bit lanes, the product and everything after it in 32-bit lanes
 };
@@ -39,7 +51,7 @@ struct VectorPlan {
     Stage stage = Stage::Unsigned;
     int32_t op = 0;
     bool signA = false, signB = false;
-    bool multiply = false;  // false: m = 1 and s = 0, the product step is skipped
+    bool multiply = false;                           // false: m = 1 and s = 0, the product step is skipped
     int32_t pre = 0, mult = 1, shift = 0, post = 0;  // the multiplier and shift the lanes use
     bool clip = false, flag = false;
     int32_t low = 0, high = 255;  // clamped to -1..256: same comparisons against bytes, fits 16 bits
@@ -67,18 +79,23 @@ void MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const M
 void SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);
 }  // namespace scalar
 
-// A vector kernel handles a prefix of the span and returns its length; the scalar kernel does the rest.
+// A vector kernel handles a prefix of the span and returns its length; the scalar kernel does the rest. The
+// span and multiply kernels also add the result words of the bytes they wrote to *sum and *nonZero.
 struct VectorKernels {
-    int (*span)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan);
-    int (*multiply)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m);
+    int (*span)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
+                uint64_t* nonZero);
+    int (*multiply)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,
+                    uint64_t* sum, uint64_t* nonZero);
     int (*sum)(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);
 };
 
 #define OMBREL_ARITH_DECLARE_KERNELS(isa)                                                                  \
-    namespace isa {                                                                                       \
-    int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan);             \
-    int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m);    \
-    int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);                              \
+    namespace isa {                                                                                        \
+    int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum, \
+             uint64_t* nonZero);                                                                           \
+    int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,       \
+                     uint64_t* sum, uint64_t* nonZero);                                                    \
+    int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);                                \
     }
 OMBREL_ARITH_DECLARE_KERNELS(sse2)
 OMBREL_ARITH_DECLARE_KERNELS(avx2)

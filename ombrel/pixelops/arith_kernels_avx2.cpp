@@ -2,6 +2,7 @@
 // AVX2 kernels of the arithmetic agent: 32 pixels per step.
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "ombrel/pixelops/arith.h"
@@ -67,12 +68,16 @@ struct V {
 
 }  // namespace
 
-int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan) {
-    return SpanImpl(a, b, d, n, plan);
+int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
+         uint64_t* nonZero) {
+    return SpanImpl(a, b, d, n, plan, sum, nonZero);
 }
-int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m) {
-    return MultiplyImpl(a, b, d, n, m);
+int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,
+                 uint64_t* sum, uint64_t* nonZero) {
+    return MultiplyImpl(a, b, d, n, m, sum, nonZero);
 }
-int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) { return SumImpl(d, n, sum, nonZero); }
+int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) {
+    return SumImpl(d, n, sum, nonZero);
+}
 
 }  // namespace ombrel::arith::avx2

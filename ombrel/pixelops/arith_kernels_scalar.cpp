@@ -18,11 +18,15 @@ inline int32_t Read(uint8_t byte, bool isSigned) {
     return isSigned ? int32_t{static_cast<int8_t>(byte)} : int32_t{byte};
 }
 
-inline bool InBand(int32_t a, const Params& p) { return p.low <= a && a <= p.high; }
+inline bool InBand(int32_t a, const Params& p) {
+    return p.low <= a && a <= p.high;
+}
 
 inline int32_t MaskShift(int32_t a, const Params& p) {
     const int32_t mask = p.mask & 0xFF;
-    const int32_t x = p.maskOp == _ARITH_MASK_OR ? (a | mask) : p.maskOp == _ARITH_MASK_XOR ? (a ^ mask) : (a & mask);
+    const int32_t x = p.maskOp == _ARITH_MASK_OR    ? (a | mask)
+                      : p.maskOp == _ARITH_MASK_XOR ? (a ^ mask)
+                                                    : (a & mask);
     const int32_t shift = std::clamp(p.maskShift, -7, 7);
     return shift >= 0 ? x << shift : x >> -shift;
 }
@@ -92,10 +96,12 @@ void Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const Params& p
 
 }  // namespace
 
-#define OMBREL_ARITH_TABLE(GAIN)                                                                           \
-    {&Span<0, GAIN>,  &Span<1, GAIN>,  &Span<2, GAIN>,  &Span<3, GAIN>,  &Span<4, GAIN>,  &Span<5, GAIN>, \
-     &Span<6, GAIN>,  &Span<7, GAIN>,  &Span<8, GAIN>,  &Span<9, GAIN>,  &Span<10, GAIN>, &Span<11, GAIN>, \
-     &Span<12, GAIN>, &Span<13, GAIN>, &Span<14, GAIN>, nullptr}
+#define OMBREL_ARITH_TABLE(GAIN)                                                                        \
+    {                                                                                                   \
+        &Span<0, GAIN>, &Span<1, GAIN>, &Span<2, GAIN>, &Span<3, GAIN>, &Span<4, GAIN>, &Span<5, GAIN>, \
+            &Span<6, GAIN>, &Span<7, GAIN>, &Span<8, GAIN>, &Span<9, GAIN>, &Span<10, GAIN>,            \
+            &Span<11, GAIN>, &Span<12, GAIN>, &Span<13, GAIN>, &Span<14, GAIN>, nullptr                 \
+    }
 const SpanFn kNoGain[16] = OMBREL_ARITH_TABLE(false);
 const SpanFn kWithGain[16] = OMBREL_ARITH_TABLE(true);
 #undef OMBREL_ARITH_TABLE

@@ -2,6 +2,7 @@
 // SSE2 kernels of the arithmetic agent: 16 pixels per step.
 #include <emmintrin.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "ombrel/pixelops/arith.h"
@@ -72,12 +73,16 @@ struct V {
 
 }  // namespace
 
-int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan) {
-    return SpanImpl(a, b, d, n, plan);
+int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
+         uint64_t* nonZero) {
+    return SpanImpl(a, b, d, n, plan, sum, nonZero);
 }
-int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m) {
-    return MultiplyImpl(a, b, d, n, m);
+int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,
+                 uint64_t* sum, uint64_t* nonZero) {
+    return MultiplyImpl(a, b, d, n, m, sum, nonZero);
 }
-int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) { return SumImpl(d, n, sum, nonZero); }
+int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) {
+    return SumImpl(d, n, sum, nonZero);
+}
 
 }  // namespace ombrel::arith::sse2

@@ -46,6 +46,49 @@ struct Ctx {
     }
 };
 
+// The two result words, gathered while the bytes are still in registers: psadbw sums the bytes, and zero
+// bytes are counted in 8-bit lanes that are folded into 64-bit ones before they can overflow.
+class Sums {
+  public:
+    void Add(T x) {
+        _sad = V::add64(_sad, V::sad(x));
+        _zeros8 = V::sub8(_zeros8, V::cmpeq8(x, V::zero()));
+    }
+    // At least every 255 Adds.
+    void Fold() {
+        _zeros64 = V::add64(_zeros64, V::sad(_zeros8));
+        _zeros8 = V::zero();
+    }
+    void Finish(int handled, uint64_t* sum, uint64_t* nonZero) {
+        Fold();
+        *sum += V::hsum64(_sad);
+        *nonZero += static_cast<uint64_t>(handled) - V::hsum64(_zeros64);
+    }
+
+  private:
+    T _sad = V::zero(), _zeros8 = V::zero(), _zeros64 = V::zero();
+};
+
+// Calls step(i) for every whole vector of a span of n pixels; step writes the vector at i and returns it,
+// and its bytes go to the result words. Returns the pixels handled.
+template <class Step>
+inline int ForEachVector(int n, uint64_t* sum, uint64_t* nonZero, Step step) {
+    Sums sums;
+    int i = 0;
+    while (i + V::N <= n) {
+        const int lastInBlock = std::min(n - V::N, i + 254 * V::N);
+        for (; i + V::N <= lastInBlock; i += 2 * V::N) {  // two independent vectors per turn
+            const T x0 = step(i), x1 = step(i + V::N);
+            sums.Add(x0);
+            sums.Add(x1);
+        }
+        if (i <= lastInBlock) sums.Add(step(i)), i += V::N;
+        sums.Fold();
+    }
+    sums.Finish(i, sum, nonZero);
+    return i;
+}
+
 inline void Widen(T x, bool isSigned, const Ctx& c, T* lo, T* hi) {
     if (isSigned) {
         const __m128i eight = _mm_cvtsi32_si128(8);
@@ -57,9 +100,13 @@ inline void Widen(T x, bool isSigned, const Ctx& c, T* lo, T* hi) {
     }
 }
 
-inline T Abs16(T x, const Ctx& c) { return V::max16(x, V::sub16(c.zero, x)); }
+inline T Abs16(T x, const Ctx& c) {
+    return V::max16(x, V::sub16(c.zero, x));
+}
 
-inline T InBand16(T a, const Ctx& c) { return V::and_(V::cmpgt16(a, c.low), V::cmpgt16(c.high, a)); }
+inline T InBand16(T a, const Ctx& c) {
+    return V::and_(V::cmpgt16(a, c.low), V::cmpgt16(c.high, a));
+}
 
 // v of the contract in 16-bit lanes.
 template <int OP>
@@ -69,7 +116,7 @@ inline T Value16(T a, T b, const Ctx& c) {
     if constexpr (OP == _ARITH_COPY) return a;
     if constexpr (OP == _ARITH_BINARIZE) return V::and_(InBand16(a, c), c.one);
     if constexpr (OP == _ARITH_MASKSHIFT) {
-        const T x = c.maskOp == _ARITH_MASK_OR ? V::or_(a, c.mask)
+        const T x = c.maskOp == _ARITH_MASK_OR    ? V::or_(a, c.mask)
                     : c.maskOp == _ARITH_MASK_XOR ? V::xor_(a, c.mask)
                                                   : V::and_(a, c.mask);
         return c.shiftLeft ? V::sll16(x, c.maskShift) : V::srl16(x, c.maskShift);
@@ -134,111 +181,141 @@ inline T Finish(T v, const Ctx& c) {
 }
 
 template <int OP, Stage S, bool WIDE>
-int SpanGeneric(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan) {
+int SpanGeneric(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
+                uint64_t* nonZero) {
     constexpr bool kBinary = OP >= _ARITH_ADD;
     const Ctx c(plan);
-    int i = 0;
-    for (; i + V::N <= n; i += V::N) {
+    return ForEachVector(n, sum, nonZero, [&](int i) {
         T alo, ahi, blo = c.zero, bhi = c.zero;
         Widen(V::load(a + i), c.signA, c, &alo, &ahi);
         if constexpr (kBinary) Widen(V::load(b + i), c.signB, c, &blo, &bhi);
         const T olo = Finish<S, WIDE>(Value16<OP>(alo, blo, c), c);
         const T ohi = Finish<S, WIDE>(Value16<OP>(ahi, bhi, c), c);
-        V::store(d + i, V::packus16(olo, ohi));
-    }
-    return i;
+        const T out = V::packus16(olo, ohi);
+        V::store(d + i, out);
+        return out;
+    });
 }
 
 template <int OP>
-int GenericFor(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan) {
+int GenericFor(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
+               uint64_t* nonZero) {
     const bool wide = plan.mode == VectorMode::Generic32;
     switch (plan.stage) {
         case Stage::Unsigned:
-            return wide ? SpanGeneric<OP, Stage::Unsigned, true>(a, b, d, n, plan)
-                        : SpanGeneric<OP, Stage::Unsigned, false>(a, b, d, n, plan);
+            return wide ? SpanGeneric<OP, Stage::Unsigned, true>(a, b, d, n, plan, sum, nonZero)
+                        : SpanGeneric<OP, Stage::Unsigned, false>(a, b, d, n, plan, sum, nonZero);
         case Stage::Signed:
-            return wide ? SpanGeneric<OP, Stage::Signed, true>(a, b, d, n, plan)
-                        : SpanGeneric<OP, Stage::Signed, false>(a, b, d, n, plan);
+            return wide ? SpanGeneric<OP, Stage::Signed, true>(a, b, d, n, plan, sum, nonZero)
+                        : SpanGeneric<OP, Stage::Signed, false>(a, b, d, n, plan, sum, nonZero);
         case Stage::Window10:
-            if constexpr (OP == _ARITH_ADD) return wide ? 0 : SpanGeneric<OP, Stage::Window10, false>(a, b, d, n, plan);
+            if constexpr (OP == _ARITH_ADD)
+                return wide ? 0 : SpanGeneric<OP, Stage::Window10, false>(a, b, d, n, plan, sum, nonZero);
             return 0;
     }
     return 0;
 }
 
-int Generic(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan) {
+int Generic(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
+            uint64_t* nonZero) {
     switch (plan.op) {
-        case _ARITH_NOT: return GenericFor<_ARITH_NOT>(a, b, d, n, plan);
-        case _ARITH_NEGATE: return GenericFor<_ARITH_NEGATE>(a, b, d, n, plan);
-        case _ARITH_COPY: return GenericFor<_ARITH_COPY>(a, b, d, n, plan);
-        case _ARITH_BINARIZE: return GenericFor<_ARITH_BINARIZE>(a, b, d, n, plan);
-        case _ARITH_MASKSHIFT: return GenericFor<_ARITH_MASKSHIFT>(a, b, d, n, plan);
-        case _ARITH_ABS: return GenericFor<_ARITH_ABS>(a, b, d, n, plan);
-        case _ARITH_PASSRANGE: return GenericFor<_ARITH_PASSRANGE>(a, b, d, n, plan);
-        case _ARITH_ADD: return GenericFor<_ARITH_ADD>(a, b, d, n, plan);
-        case _ARITH_SUB: return GenericFor<_ARITH_SUB>(a, b, d, n, plan);
-        case _ARITH_DIFF: return GenericFor<_ARITH_DIFF>(a, b, d, n, plan);
-        case _ARITH_AND: return GenericFor<_ARITH_AND>(a, b, d, n, plan);
-        case _ARITH_OR: return GenericFor<_ARITH_OR>(a, b, d, n, plan);
-        case _ARITH_XOR: return GenericFor<_ARITH_XOR>(a, b, d, n, plan);
-        case _ARITH_MIN: return GenericFor<_ARITH_MIN>(a, b, d, n, plan);
-        case _ARITH_MAX: return GenericFor<_ARITH_MAX>(a, b, d, n, plan);
-        default: return 0;
+        case _ARITH_NOT:
+            return GenericFor<_ARITH_NOT>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_NEGATE:
+            return GenericFor<_ARITH_NEGATE>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_COPY:
+            return GenericFor<_ARITH_COPY>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_BINARIZE:
+            return GenericFor<_ARITH_BINARIZE>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_MASKSHIFT:
+            return GenericFor<_ARITH_MASKSHIFT>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_ABS:
+            return GenericFor<_ARITH_ABS>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_PASSRANGE:
+            return GenericFor<_ARITH_PASSRANGE>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_ADD:
+            return GenericFor<_ARITH_ADD>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_SUB:
+            return GenericFor<_ARITH_SUB>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_DIFF:
+            return GenericFor<_ARITH_DIFF>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_AND:
+            return GenericFor<_ARITH_AND>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_OR:
+            return GenericFor<_ARITH_OR>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_XOR:
+            return GenericFor<_ARITH_XOR>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_MIN:
+            return GenericFor<_ARITH_MIN>(a, b, d, n, plan, sum, nonZero);
+        case _ARITH_MAX:
+            return GenericFor<_ARITH_MAX>(a, b, d, n, plan, sum, nonZero);
+        default:
+            return 0;
     }
 }
 
-// Byte-for-byte operations, two vectors per step: these are bound by memory, not by arithmetic.
+// Byte-for-byte operations.
 template <class F>
-int Bytes1(const uint8_t* a, uint8_t* d, int n, F f) {
-    int i = 0;
-    for (; i + 2 * V::N <= n; i += 2 * V::N) {
-        const T x0 = V::load(a + i), x1 = V::load(a + i + V::N);
-        V::store(d + i, f(x0));
-        V::store(d + i + V::N, f(x1));
-    }
-    for (; i + V::N <= n; i += V::N) V::store(d + i, f(V::load(a + i)));
-    return i;
+int Bytes1(const uint8_t* a, uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero, F f) {
+    return ForEachVector(n, sum, nonZero, [&](int i) {
+        const T x = f(V::load(a + i));
+        V::store(d + i, x);
+        return x;
+    });
 }
 
 template <class F>
-int Bytes2(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, F f) {
-    int i = 0;
-    for (; i + 2 * V::N <= n; i += 2 * V::N) {
-        const T x0 = f(V::load(a + i), V::load(b + i));
-        const T x1 = f(V::load(a + i + V::N), V::load(b + i + V::N));
-        V::store(d + i, x0);
-        V::store(d + i + V::N, x1);
-    }
-    for (; i + V::N <= n; i += V::N) V::store(d + i, f(V::load(a + i), V::load(b + i)));
-    return i;
+int Bytes2(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero, F f) {
+    return ForEachVector(n, sum, nonZero, [&](int i) {
+        const T x = f(V::load(a + i), V::load(b + i));
+        V::store(d + i, x);
+        return x;
+    });
 }
 
-int SpanImpl(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan) {
+int SpanImpl(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
+             uint64_t* nonZero) {
     switch (plan.mode) {
-        case VectorMode::None: return 0;
-        case VectorMode::Copy: return Bytes1(a, d, n, [](T x) { return x; });
-        case VectorMode::Not: return Bytes1(a, d, n, [](T x) { return V::xor_(x, V::ones()); });
-        case VectorMode::NegateWrap: return Bytes1(a, d, n, [](T x) { return V::sub8(V::zero(), x); });
-        case VectorMode::AddSat: return Bytes2(a, b, d, n, [](T x, T y) { return V::adds8u(x, y); });
-        case VectorMode::AddWrap: return Bytes2(a, b, d, n, [](T x, T y) { return V::add8(x, y); });
-        case VectorMode::SubSat: return Bytes2(a, b, d, n, [](T x, T y) { return V::subs8u(x, y); });
-        case VectorMode::SubWrap: return Bytes2(a, b, d, n, [](T x, T y) { return V::sub8(x, y); });
+        case VectorMode::None:
+            return 0;
+        case VectorMode::Copy:
+            return Bytes1(a, d, n, sum, nonZero, [](T x) { return x; });
+        case VectorMode::Not:
+            return Bytes1(a, d, n, sum, nonZero, [](T x) { return V::xor_(x, V::ones()); });
+        case VectorMode::NegateWrap:
+            return Bytes1(a, d, n, sum, nonZero, [](T x) { return V::sub8(V::zero(), x); });
+        case VectorMode::AddSat:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::adds8u(x, y); });
+        case VectorMode::AddWrap:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::add8(x, y); });
+        case VectorMode::SubSat:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::subs8u(x, y); });
+        case VectorMode::SubWrap:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::sub8(x, y); });
         case VectorMode::AbsDiff:
-            return Bytes2(a, b, d, n, [](T x, T y) { return V::or_(V::subs8u(x, y), V::subs8u(y, x)); });
-        case VectorMode::And: return Bytes2(a, b, d, n, [](T x, T y) { return V::and_(x, y); });
-        case VectorMode::Or: return Bytes2(a, b, d, n, [](T x, T y) { return V::or_(x, y); });
-        case VectorMode::Xor: return Bytes2(a, b, d, n, [](T x, T y) { return V::xor_(x, y); });
-        case VectorMode::Min: return Bytes2(a, b, d, n, [](T x, T y) { return V::min8u(x, y); });
-        case VectorMode::Max: return Bytes2(a, b, d, n, [](T x, T y) { return V::max8u(x, y); });
+            return Bytes2(a, b, d, n, sum, nonZero,
+                          [](T x, T y) { return V::or_(V::subs8u(x, y), V::subs8u(y, x)); });
+        case VectorMode::And:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::and_(x, y); });
+        case VectorMode::Or:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::or_(x, y); });
+        case VectorMode::Xor:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::xor_(x, y); });
+        case VectorMode::Min:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::min8u(x, y); });
+        case VectorMode::Max:
+            return Bytes2(a, b, d, n, sum, nonZero, [](T x, T y) { return V::max8u(x, y); });
         case VectorMode::Generic16:
-        case VectorMode::Generic32: return Generic(a, b, d, n, plan);
+        case VectorMode::Generic32:
+            return Generic(a, b, d, n, plan, sum, nonZero);
     }
     return 0;
 }
 
 // DoMultiplyBuffers: (a * b) >> s, limited to 255 or cut to 8 bits. The product of two bytes fits an
 // unsigned 16-bit lane, so the low half of the lane multiply is exact.
-int MultiplyImpl(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m) {
+int MultiplyImpl(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,
+                 uint64_t* sum, uint64_t* nonZero) {
     if (m.full) return 0;
     const T zero = V::zero(), ff = V::set16(255);
     const T clipMask = V::set16(m.clip ? -1 : 0);
@@ -248,27 +325,17 @@ int MultiplyImpl(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const Mu
         const T over = V::andnot(V::cmpeq16(V::srli16_8(t), zero), clipMask);
         return V::or_(V::and_(t, ff), V::and_(over, ff));
     };
-    int i = 0;
-    for (; i + V::N <= n; i += V::N) {
+    return ForEachVector(n, sum, nonZero, [&](int i) {
         const T x = V::load(a + i), y = V::load(b + i);
         const T lo = one(V::unpacklo8(x, zero), V::unpacklo8(y, zero));
         const T hi = one(V::unpackhi8(x, zero), V::unpackhi8(y, zero));
-        V::store(d + i, V::packus16(lo, hi));
-    }
-    return i;
+        const T out = V::packus16(lo, hi);
+        V::store(d + i, out);
+        return out;
+    });
 }
 
-// Sum of the bytes (psadbw against zero) and count of the non-zero ones.
+// The result words of bytes already written (for spans no vector kernel computed).
 int SumImpl(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) {
-    T acc = V::zero();
-    uint64_t zeros = 0;
-    int i = 0;
-    for (; i + V::N <= n; i += V::N) {
-        const T x = V::load(d + i);
-        acc = V::add64(acc, V::sad(x));
-        zeros += static_cast<uint64_t>(__builtin_popcount(V::movemask8(V::cmpeq8(x, V::zero()))));
-    }
-    *sum += V::hsum64(acc);
-    *nonZero += static_cast<uint64_t>(i) - zeros;
-    return i;
+    return ForEachVector(n, sum, nonZero, [&](int i) { return V::load(d + i); });
 }
