@@ -315,7 +315,11 @@ CommandRun AddBlobCommand(CLI::App& program) {
                         "Write the overlay PNG here; a folder when there are several images");
     AddJobsOption(command, &options->jobs);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
-    command->footer("Example:\n  ombrel blob part.png --band 0:100 --min-area 20 --no-border --json part.json "
+    std::string names;
+    for (const FeatureName& f : AllBlobFeatures()) names += (names.empty() ? "" : ", ") + std::string(f.name);
+    command->footer("Feature names (positions are in image coordinates; left, right, top, bottom are relative to\n"
+                    "the region): " + names + ".\n\n"
+                    "Example:\n  ombrel blob part.png --band 0:100 --min-area 20 --no-border --json part.json "
                     "--overlay part-overlay.png\n  ombrel blob shots/ --band 0:90 --jobs 2 --json shots.json "
                     "--overlay shots-overlays/");
     return [options] { return RunBlob(*options); };
