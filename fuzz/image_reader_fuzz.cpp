@@ -22,7 +22,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             const uint8_t* row = decoded.image->Row(y);
             for (int x = 0; x < decoded.image->Width(); ++x) sum += row[x];
         }
-        if (!decoded.error.empty() || (sum == 1u && decoded.image->Width() == 0)) std::abort();
+        volatile unsigned keep = sum;  // so the reads are not optimised away
+        (void)keep;
+        if (!decoded.error.empty()) std::abort();  // success carries no message
     } else if (decoded.error.empty()) {
         std::abort();  // a failure must always say why
     }
