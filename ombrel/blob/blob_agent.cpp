@@ -408,6 +408,9 @@ void swBlobAgent::JoinRow(int n, int y) {
         const int t = j < n ? _trans[j] : kRunEnd;
         const bool object = (j & 1) != 0;
         const int32_t grey = greyOn ? (j < n ? _greys[j] : _greyTail) : 0;
+        // The region of the following previous-row run is most likely the next one extended: fetch its
+        // record while this run is joined (noisy rows touch a different record every few pixels).
+        if (next != _term) __builtin_prefetch(next->next->blob);
         if (next != _term && Touches(object, s, t, next->x, next->next->x)) {
             ContinueRun(next, s, t, grey, y);
             if (_stopped) return;
