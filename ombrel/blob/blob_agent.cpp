@@ -391,7 +391,9 @@ int swBlobAgent::RunRows() {
     return _stopped ? _pres->_error : 0;
 }
 
-void swBlobAgent::ContinueRun(SSegment* seg, int s, int t, int32_t grey, int y) {
+// Inlined into the joiner: it runs for every run of every row.
+inline __attribute__((always_inline)) void swBlobAgent::ContinueRun(SSegment* seg, int s, int t, int32_t grey,
+                                                                      int y) {
     Blob* b = seg->blob;
     if (b != _pres->_root) b->ExtendMoments(y, s, t, grey, _sy);
     if (seg->bdry != nullptr) incbdry(seg, s, y);

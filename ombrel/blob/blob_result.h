@@ -174,12 +174,13 @@ struct BdryCell {
 };
 
 // An entry of the active run list: one run of the previous (or current) row.
+// What the joiner reads for every run comes first, and nothing is padded: 48 bytes, not 56.
 struct SSegment {
-    int16_t x = 0;            // first column of the run
-    Blob* blob = nullptr;     // region that owns the run
-    BdryCell* bdry = nullptr; // last cell of the chain along the run's left end
-    int32_t grey = 0;
     SSegment* next = nullptr;
+    Blob* blob = nullptr;     // region that owns the run
+    int16_t x = 0;            // first column of the run
+    int32_t grey = 0;
+    BdryCell* bdry = nullptr; // last cell of the chain along the run's left end
     SSegment* regionPrev = nullptr;  // the other entries of the same region (so merges re-point quickly)
     SSegment* regionNext = nullptr;
 };
