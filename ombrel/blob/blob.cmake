@@ -21,5 +21,5 @@ endif()
 
 # The run joiner calls its own small members once per run; letting the compiler inline them across the
 # exported symbols (nobody interposes them) is worth a few percent on noisy images.
-set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/blob_agent.cpp PROPERTIES
+set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/blob_agent.cpp TARGET_DIRECTORY Ombrel PROPERTIES
   COMPILE_OPTIONS -fno-semantic-interposition)
