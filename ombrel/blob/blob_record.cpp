@@ -460,7 +460,12 @@ void BlobResult::BuildList() {
     if (_error != BLOB_OK)
         for (Blob* b : _bySeq)
             if (b != nullptr) b->_parent->_child = b->_parent->_lastChild = nullptr;
-    for (Blob* b : _bySeq) {
+    // The records lie in pool order, not in creation order: fetch a few ahead, or every one is a cache miss.
+    constexpr size_t kPrefetchAhead = 8;
+    for (size_t i = 0; i < _bySeq.size(); ++i) {
+        if (i + kPrefetchAhead < _bySeq.size() && _bySeq[i + kPrefetchAhead] != nullptr)
+            __builtin_prefetch(&_bySeq[i + kPrefetchAhead]->_parent, 1);  // the tree fields' line
+        Blob* b = _bySeq[i];
         if (b == nullptr) continue;
         b->_child = b->_lastChild = nullptr;
         b->_f = _list.size() < _featureCapacity ? &_features[_list.size()] : nullptr;
