@@ -391,7 +391,9 @@ int swBlobAgent::RunRows() {
     return _stopped ? _pres->_error : 0;
 }
 
-void swBlobAgent::ContinueRun(SSegment* seg, int s, int t, int32_t grey, int y) {
+// Inlined into the joiner: it runs for every run of every row.
+inline __attribute__((always_inline)) void swBlobAgent::ContinueRun(SSegment* seg, int s, int t, int32_t grey,
+                                                                      int y) {
     Blob* b = seg->blob;
     if (b != _pres->_root) b->ExtendMoments(y, s, t, grey, _sy);
     if (seg->bdry != nullptr) incbdry(seg, s, y);
@@ -408,6 +410,9 @@ void swBlobAgent::JoinRow(int n, int y) {
         const int t = j < n ? _trans[j] : kRunEnd;
         const bool object = (j & 1) != 0;
         const int32_t grey = greyOn ? (j < n ? _greys[j] : _greyTail) : 0;
+        // The region of the following previous-row run is most likely the next one extended: fetch its
+        // record while this run is joined (noisy rows touch a different record every few pixels).
+        if (next != _term) __builtin_prefetch(next->next->blob);
         if (next != _term && Touches(object, s, t, next->x, next->next->x)) {
             ContinueRun(next, s, t, grey, y);
             if (_stopped) return;

@@ -41,7 +41,7 @@ class StoragePool {
 public:
     explicit StoragePool(int maxChunks) { SetLimit(maxChunks); }
     ~StoragePool() {
-        for (T* chunk : _chunks) ::operator delete[](chunk, std::nothrow);
+        for (T* chunk : _chunks) ::operator delete[](chunk, kAlign, std::nothrow);
     }
     StoragePool(const StoragePool&) = delete;
     StoragePool& operator=(const StoragePool&) = delete;
@@ -100,6 +100,9 @@ public:
     }
 
 private:
+    // Chunks honour the element's alignment (records are aligned to cache lines).
+    static constexpr std::align_val_t kAlign{alignof(T)};
+
     T* FromNextChunk() {
         // The chunks a previous run used come back first; a new one is asked for only beyond them.
         if (_nextIndex >= kBlobPoolChunkElements && _nextChunk + 1 < _chunks.size() && !_chunks.empty()) {
@@ -111,7 +114,7 @@ private:
         T* chunk = nullptr;
         try {
             _chunks.reserve(_chunks.size() + 1);
-            chunk = static_cast<T*>(::operator new[](sizeof(T) * kBlobPoolChunkElements, std::nothrow));
+            chunk = static_cast<T*>(::operator new[](sizeof(T) * kBlobPoolChunkElements, kAlign, std::nothrow));
             if (_free.capacity() < 64) _free.reserve(64);
         } catch (const std::bad_alloc&) {
             chunk = nullptr;
