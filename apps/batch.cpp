@@ -167,6 +167,18 @@ int ReportBatch(const std::string& command, const std::vector<FileOutcome>& outc
     return failed.empty() ? 0 : 1;
 }
 
+int WriteBatchJson(const std::string& command, const std::string& path, const std::vector<FileOutcome>& outcomes,
+                   int status) {
+    if (path.empty()) return status;
+    Json document{{"tool", "ombrel " + command}, {"images", Json::array()}};
+    for (const FileOutcome& o : outcomes)
+        document["images"].push_back(o.ok() ? o.record : Json{{"file", o.input}, {"error", o.error}});
+    const std::string problem = WriteJsonFile(path, document);
+    if (problem.empty()) return status;
+    PrintError(command, path, problem);
+    return 1;
+}
+
 std::string WriteJsonFile(const std::string& path, const Json& document) {
     std::string text;
     try {

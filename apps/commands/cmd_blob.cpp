@@ -261,19 +261,8 @@ int RunBlob(const BlobOptions& options) {
     const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
         return BlobOne(options, params, region, mask.get(), input, overlays[index]);
     });
-    int status = ReportBatch("blob", outcomes, options.quiet);
-    if (!options.json.empty()) {
-        Json document{{"tool", "ombrel blob"}, {"images", Json::array()}};
-        for (const FileOutcome& o : outcomes) {
-            document["images"].push_back(o.ok() ? o.record : Json{{"file", o.input}, {"error", o.error}});
-        }
-        const std::string written = WriteJsonFile(options.json, document);
-        if (!written.empty()) {
-            PrintError("blob", options.json, written);
-            status = 1;
-        }
-    }
-    return status;
+    const int status = ReportBatch("blob", outcomes, options.quiet);
+    return WriteBatchJson("blob", options.json, outcomes, status);
 }
 
 }  // namespace

@@ -97,20 +97,8 @@ int RunHist(const HistOptions& options) {
     const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t) {
         return HistOne(options, region, mask.get(), input);
     });
-    int status = ReportBatch("hist", outcomes, options.quiet);
-    if (!options.json.empty()) {
-        Json document{{"tool", "ombrel hist"}, {"images", Json::array()}};
-        for (const FileOutcome& outcome : outcomes) {
-            document["images"].push_back(outcome.ok() ? outcome.record
-                                                      : Json{{"file", outcome.input}, {"error", outcome.error}});
-        }
-        const std::string written = WriteJsonFile(options.json, document);
-        if (!written.empty()) {
-            PrintError("hist", options.json, written);
-            status = 1;
-        }
-    }
-    return status;
+    const int status = ReportBatch("hist", outcomes, options.quiet);
+    return WriteBatchJson("hist", options.json, outcomes, status);
 }
 
 }  // namespace

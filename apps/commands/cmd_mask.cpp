@@ -86,19 +86,8 @@ int RunMask(const MaskOptions& options) {
     const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
         return MaskOne(options, region, mask.get(), band, input, outputs[index]);
     });
-    int status = ReportBatch("mask", outcomes, options.quiet);
-    if (!options.json.empty()) {
-        Json document{{"tool", "ombrel mask"}, {"images", Json::array()}};
-        for (const FileOutcome& o : outcomes) {
-            document["images"].push_back(o.ok() ? o.record : Json{{"file", o.input}, {"error", o.error}});
-        }
-        const std::string written = WriteJsonFile(options.json, document);
-        if (!written.empty()) {
-            PrintError("mask", options.json, written);
-            status = 1;
-        }
-    }
-    return status;
+    const int status = ReportBatch("mask", outcomes, options.quiet);
+    return WriteBatchJson("mask", options.json, outcomes, status);
 }
 
 }  // namespace

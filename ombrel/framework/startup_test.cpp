@@ -5,9 +5,11 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -33,11 +35,16 @@ protected:
         path_ = ::testing::TempDir() + "ombrel_machine_" + std::to_string(getpid()) + "_" +
                 std::to_string(counter_++) + ".conf";
         std::ofstream(path_) << text;
+        written_.push_back(path_);
         setenv("OMBREL_MACHINE_CONFIG", path_.c_str(), 1);
     }
-    void TearDown() override { unsetenv("OMBREL_MACHINE_CONFIG"); }
+    void TearDown() override {
+        unsetenv("OMBREL_MACHINE_CONFIG");
+        for (const std::string& path : written_) std::remove(path.c_str());
+    }
     bool FineGrid() { return QueryMachineValue("HKEY_LOCAL_MACHINE\\Software\\Quorvane", "UseFineGridCorrelation"); }
     std::string path_;
+    std::vector<std::string> written_;
     int counter_ = 0;
 };
 
