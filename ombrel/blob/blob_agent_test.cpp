@@ -261,6 +261,21 @@ TEST(BlobRecords, FeaturesFollowTheirFormulas) {
     EXPECT_EQ(asserts.Reports()[0].expression, "featno > 0 && featno < NUMFEAT");
 }
 
+TEST(BlobRecords, WithoutMomentsTheCentroidIsTheOriginNotAnEarlierRegions) {
+    auto img = Art({"....", ".##.", ".##.", "...."});
+    BlobResult result;
+    std::unique_ptr<BlobAgent> agent(BlobFact(img.get(), &result, 100, 255));
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_DOUBLE_EQ(result.First()->GetFeat(BF_CENTROID_X), 1.0);
+    // The same result again without moments: its feature storage still holds the first run's values.
+    agent->SetOptions(0);
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_DOUBLE_EQ(result.First()->GetFeat(BF_CENTROID_X), -0.5);
+    EXPECT_DOUBLE_EQ(result.First()->GetFeat(BF_CENTROID_Y), -0.5);
+}
+
 TEST(BlobRecords, SplitSumsCarryExactly) {
     SplitSum s;
     s.Add(2147483000);

@@ -89,6 +89,9 @@ void Blob::Moments() {
     if (HasMoments()) {
         _f->_cx = (double(_sumX) / 2.0) / _f->_dArea;
         _f->_cy = (double(_sumY) / 2.0) / _f->_dArea;
+    } else {
+        // No sums were kept: the centroid is the region's origin (the slot may hold a previous run's values).
+        _f->_cx = _f->_cy = 0.0;
     }
     const double x = ImageX(), y = ImageY();
     _f->_centroidDistance = std::sqrt(x * x + y * y);
