@@ -415,11 +415,14 @@ void swBlobAgent::JoinRow(int n, int y) {
     // The grey sums and the boundary lists are settled for the whole run: a joiner without their tests
     // per run is a noticeable share of a noisy image.
     const bool greyOn = (_filterFlags & BLOB_FILTER_GREY) != 0;
-    if (_bdryOn) greyOn ? JoinRowAs<true, true>(n, y) : JoinRowAs<false, true>(n, y);
-    else greyOn ? JoinRowAs<true, false>(n, y) : JoinRowAs<false, false>(n, y);
+    // The usual case (row step 1, neither) has a joiner of its own, where the moments need no step factors.
+    if (_bdryOn) greyOn ? JoinRowAs<true, true, false>(n, y) : JoinRowAs<false, true, false>(n, y);
+    else if (greyOn) JoinRowAs<true, false, false>(n, y);
+    else if (_sy == 1) JoinRowAs<false, false, true>(n, y);
+    else JoinRowAs<false, false, false>(n, y);
 }
 
-template <bool kGrey, bool kBdry>
+template <bool kGrey, bool kBdry, bool kStepOne>
 void swBlobAgent::JoinRowAs(int n, int y) {
     const int term = _prevCount - 1;
     ActiveRun* const prev = _prev.data();  // neither array is resized while a row is joined
@@ -439,7 +442,7 @@ void swBlobAgent::JoinRowAs(int n, int y) {
             const uint32_t slot = Find(prev[i].slot);
             cur[k] = ActiveRun{s, slot};
             Blob* b = _slots[slot].blob;
-            if (b != root) b->ExtendMoments(y, s, t, grey, _sy);
+            if (b != root) b->ExtendMoments(y, s, t, grey, kStepOne ? 1 : _sy);
             if (kBdry) {
                 _curBdry[k] = _prevBdry[i];
                 if (_curBdry[k] != nullptr && !incbdry(_curBdry[k], s, y)) return;

@@ -144,7 +144,7 @@ private:
     int RunRows();
     int CodeRow(const Buffer* buf, Point origin, const Rect& clip, int row, blobrle::Band band, bool emptyBand);
     void JoinRow(int n, int y);
-    template <bool kGrey, bool kBdry>
+    template <bool kGrey, bool kBdry, bool kStepOne>
     void JoinRowAs(int n, int y);
     void EndRow(int k);
     uint32_t Find(uint32_t slot);
