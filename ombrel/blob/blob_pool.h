@@ -11,6 +11,7 @@
 #pragma once
 #include <cstdint>
 #include <new>
+#include <type_traits>
 #include <vector>
 
 #include "ombrel/framework/hal.h"
@@ -79,7 +80,9 @@ public:
 
     void Free(T* element) {
         if (element == nullptr) return;
-        element->~T();
+        // Records are freed right after being marked dead (_inUse, merged-away bits) and are read again by
+        // the result list; ending a trivial object's lifetime here would let the optimiser drop those marks.
+        if constexpr (!std::is_trivially_destructible_v<T>) element->~T();
         --_live;
         if (_free.size() < _freeLimit) _free.push_back(element);
     }
