@@ -1,15 +1,21 @@
 // SPDX-License-Identifier: MIT
 // Blob segmentation: row coding, run joining, region creation, merging and completion.
 //
-// The active list holds the runs of one row as alternating background / object entries, from the sentinel
-// (x = -32767, the root) to a terminator (x = 32767); a run ends where the next entry starts. While a row is
-// joined, the entries left of the cursor already describe the current row and those from the cursor on
-// still describe the previous one. Three edits keep it a partition of the row:
+// The active runs of one row are alternating background / object runs, from the root's run (x = -32767)
+// to a terminator (x = 32767); a run ends where the next one starts. While a row is joined, the previous
+// row's runs are read from one array at a cursor and the current row's are written to another, so that
+// the runs left of the cursor describe the current row and those from it on the previous one. Three
+// edits keep them a partition of the row:
 //   continue: a previous run touched by a current run of its class takes the current run's start;
 //   newseg:   a current run that touches nothing of its class splits the run enclosing it into three
-//             (the enclosing region's part, the new region's run, the enclosing region's continuation);
+//             (the enclosing region's part, the new region's run, the enclosing region's continuation,
+//             which goes back in front of the cursor);
 //   endseg:   a previous run that no current run of its class continues is removed together with the run
 //             after it, so that the runs on either side (of one class) become one, merging their regions.
+// Runs name their region through a slot; a merge forwards the merged-away slot to the survivor's instead of
+// re-pointing its runs, and the survivor's slot counts the open runs of both. Plain arrays and slots keep
+// a noisy image (hundreds of thousands of tiny regions) from spending its time on linked, pooled entries;
+// the entry pool's accounting is kept as counts (CountedPool) so that limits and failures stay the same.
 #include "ombrel/blob/blob_agent.h"
 
 #include <algorithm>
@@ -29,6 +35,7 @@ constexpr int16_t kRunStart = -32767;
 constexpr int16_t kRunEnd = 32767;
 constexpr int16_t kEndMark = -32768;
 constexpr int kMaxExtent = 32766;  // the reach of the 16-bit run coordinates
+constexpr int kPrefetchRuns = 4;  // how far ahead of the cursor the joiner fetches region records
 
 int Complement(int colour) { return colour == -1 ? 0 : -1; }
 
@@ -180,19 +187,8 @@ void BlobAgent::TraceReferrers(const Blob* b) {
     });
 }
 
+// The runs of `other` already name the survivor (see swBlobAgent::endseg).
 void BlobAgent::mergeBlobs(Blob* survivor, Blob* other) {
-    // Every active run of `other` now belongs to the survivor.
-    SSegment* last = nullptr;
-    for (SSegment* e = other->_entries; e != nullptr; e = e->regionNext) {
-        e->blob = survivor;
-        last = e;
-    }
-    if (last != nullptr) {
-        last->regionNext = survivor->_entries;
-        if (survivor->_entries != nullptr) survivor->_entries->regionPrev = last;
-        survivor->_entries = other->_entries;
-        other->_entries = nullptr;
-    }
     if (survivor != _pres->_root) survivor->AddMoments(*other);
     MoveChildren(other, survivor);
     if (other->_parent != nullptr) {
@@ -270,23 +266,6 @@ void BlobAgent::Fail(int32_t status) {
     _stopped = true;
 }
 
-void swBlobAgent::Link(SSegment* seg, Blob* blob) {
-    seg->blob = blob;
-    seg->regionPrev = nullptr;
-    seg->regionNext = blob->_entries;
-    if (blob->_entries != nullptr) blob->_entries->regionPrev = seg;
-    blob->_entries = seg;
-}
-
-void swBlobAgent::Unlink(SSegment* seg) {
-    Blob* blob = seg->blob;
-    if (blob == nullptr) return;
-    if (seg->regionPrev != nullptr) seg->regionPrev->regionNext = seg->regionNext;
-    else blob->_entries = seg->regionNext;
-    if (seg->regionNext != nullptr) seg->regionNext->regionPrev = seg->regionPrev;
-    seg->regionPrev = seg->regionNext = nullptr;
-}
-
 int swBlobAgent::PreGo() {
     OMBREL_ASSERT_HERE("swblob", _sRoi.Width() > _StepX);
     if (!OMBREL_ASSERT_HERE("swblob", _pres)) return BLOB_ERR_NO_RESULT;
@@ -306,20 +285,41 @@ int swBlobAgent::PreGo() {
     if (root == nullptr) return Stop(_pres->_blobPool.Error());
     root->Init(_pres);
     _pres->_root = _pres->_head = root;
-    _head = _pres->_segPool.Alloc();
-    _term = _pres->_segPool.Alloc();
-    if (_head == nullptr || _term == nullptr) return Stop(_pres->_segPool.Error());
-    _head->x = kRunStart;
-    Link(_head, root);
-    _term->x = kRunEnd;
-    _head->next = _term;
+    // The root's run and the terminator are entries like any other for the pool's accounting.
+    const bool rootRun = _pres->_segPool.Take();
+    const bool terminator = _pres->_segPool.Take();
+    if (!rootRun || !terminator) return Stop(_pres->_segPool.Error());
+    _bdryOn = (_pres->_options & BLOB_OPT_BOUNDARY) != 0;
     _y = -_sy;
     try {
-        _trans.resize(static_cast<size_t>(_roiWidth) + 3);
-        _greys.resize(static_cast<size_t>(_roiWidth) + 3);
+        // A row of w columns has at most w + 1 runs, the terminator and one continuation in front of the
+        // cursor beside them.
+        const size_t runs = static_cast<size_t>(_roiWidth) + 4;
+        _trans.resize(runs);
+        _greys.resize(runs);
+        _prev.resize(runs);
+        _cur.resize(runs);
+        if (_bdryOn) {
+            _prevBdry.assign(runs, nullptr);
+            _curBdry.assign(runs, nullptr);
+        }
+        if (_slots.empty()) {
+            _slots.resize(1024);
+            _freeSlots.reserve(1024);
+            _mergedSlots.reserve(1024);
+            _mergedLastRow.reserve(1024);
+        }
     } catch (const std::bad_alloc&) {
         return Stop(BLOB_ERR_NO_MEMORY);
     }
+    _slots[0] = RegionSlot{root, 0, 1};
+    _nSlots = 1;
+    _freeSlots.clear();
+    _mergedSlots.clear();
+    _mergedLastRow.clear();
+    _prev[0] = ActiveRun{kRunStart, 0};
+    _prev[1] = ActiveRun{kRunEnd, 0};
+    _prevCount = 2;
     _masked = _sRoi.IsMasked();
     if (_masked) return PrepareMask();
     return 0;
@@ -391,49 +391,90 @@ int swBlobAgent::RunRows() {
     return _stopped ? _pres->_error : 0;
 }
 
+// The surviving region a slot stands for (halving the forwarding path on the way).
+inline uint32_t swBlobAgent::Find(uint32_t slot) {
+    RegionSlot* slots = _slots.data();
+    while (slots[slot].up != slot) {
+        slots[slot].up = slots[slots[slot].up].up;
+        slot = slots[slot].up;
+    }
+    return slot;
+}
+
+// A current run [s, t) extends the region of `slot` and, with boundary lists, the chain at its left end.
 // Inlined into the joiner: it runs for every run of every row.
-inline __attribute__((always_inline)) void swBlobAgent::ContinueRun(SSegment* seg, int s, int t, int32_t grey,
-                                                                      int y) {
-    Blob* b = seg->blob;
+inline __attribute__((always_inline)) bool swBlobAgent::ExtendRun(uint32_t slot, BdryCell** bdry, int s,
+                                                                    int t, int32_t grey, int y) {
+    Blob* b = _slots[slot].blob;
     if (b != _pres->_root) b->ExtendMoments(y, s, t, grey, _sy);
-    if (seg->bdry != nullptr) incbdry(seg, s, y);
-    seg->x = static_cast<int16_t>(s);
-    seg->grey = grey;
+    if (bdry != nullptr && *bdry != nullptr) return incbdry(*bdry, s, y);
+    return true;
 }
 
 void swBlobAgent::JoinRow(int n, int y) {
-    SSegment* last = nullptr;
-    SSegment* next = _head;
+    // The grey sums and the boundary lists are settled for the whole run: a joiner without their tests
+    // per run is a noticeable share of a noisy image.
     const bool greyOn = (_filterFlags & BLOB_FILTER_GREY) != 0;
+    // The usual case (row step 1, neither) has a joiner of its own, where the moments need no step factors.
+    if (_bdryOn) greyOn ? JoinRowAs<true, true, false>(n, y) : JoinRowAs<false, true, false>(n, y);
+    else if (greyOn) JoinRowAs<true, false, false>(n, y);
+    else if (_sy == 1) JoinRowAs<false, false, true>(n, y);
+    else JoinRowAs<false, false, false>(n, y);
+}
+
+template <bool kGrey, bool kBdry, bool kStepOne>
+void swBlobAgent::JoinRowAs(int n, int y) {
+    const int term = _prevCount - 1;
+    ActiveRun* const prev = _prev.data();  // neither array is resized while a row is joined
+    ActiveRun* const cur = _cur.data();
+    const Blob* const root = _pres->_root;
+    int i = 0;  // cursor: the first previous-row run not joined yet
+    int k = 0;  // current-row runs written
     for (int j = 0; j <= n; ++j) {
         const int s = j == 0 ? kRunStart : _trans[j - 1];
         const int t = j < n ? _trans[j] : kRunEnd;
         const bool object = (j & 1) != 0;
-        const int32_t grey = greyOn ? (j < n ? _greys[j] : _greyTail) : 0;
-        // The region of the following previous-row run is most likely the next one extended: fetch its
-        // record while this run is joined (noisy rows touch a different record every few pixels).
-        if (next != _term) __builtin_prefetch(next->next->blob);
-        if (next != _term && Touches(object, s, t, next->x, next->next->x)) {
-            ContinueRun(next, s, t, grey, y);
-            if (_stopped) return;
-            last = next;
+        const int32_t grey = kGrey ? (j < n ? _greys[j] : _greyTail) : 0;
+        // Noisy rows touch a different record every few pixels, and each is a cache miss: fetch the records
+        // of the previous-row runs a few runs ahead of the cursor, in time for their turn.
+        if (i + kPrefetchRuns < term) __builtin_prefetch(_slots[prev[i + kPrefetchRuns].slot].blob);
+        if (i != term && Touches(object, s, t, prev[i].x, prev[i + 1].x)) {
+            const uint32_t slot = Find(prev[i].slot);
+            cur[k] = ActiveRun{s, slot};
+            Blob* b = _slots[slot].blob;
+            if (b != root) b->ExtendMoments(y, s, t, grey, kStepOne ? 1 : _sy);
+            if (kBdry) {
+                _curBdry[k] = _prevBdry[i];
+                if (_curBdry[k] != nullptr && !incbdry(_curBdry[k], s, y)) return;
+            }
+            ++k;
+            ++i;
             // Further previous runs of this class under the current run join it; the runs between them
             // (of the other class) cannot continue and end here.
-            for (;;) {
-                SSegment* mid = last->next;
-                if (mid == _term || mid->next == _term) break;
-                const int a = mid->next->x;
+            while (i != term && i + 1 != term) {
+                const int a = prev[i + 1].x;
                 if (!(object ? a <= t : a < t)) break;
-                endseg(last);
+                endseg(k - 1, i);
+                i += 2;
                 if (_stopped) return;
             }
-            next = last->next;
-        } else {
-            last = newseg(last, s, t, grey, y);
-            if (last == nullptr) return;
-            next = last->next;
+        } else if (!newseg(k++, i, s, t, grey, y)) {
+            return;
         }
     }
+    EndRow(k);
+}
+
+// The current row becomes the previous one. Every run of it was written with the slot its region had then,
+// so the slots merged away during the row before are named by no run any more and are free.
+void swBlobAgent::EndRow(int k) {
+    _freeSlots.insert(_freeSlots.end(), _mergedLastRow.begin(), _mergedLastRow.end());
+    std::swap(_mergedLastRow, _mergedSlots);
+    _mergedSlots.clear();
+    std::swap(_prev, _cur);
+    if (_bdryOn) std::swap(_prevBdry, _curBdry);
+    _prev[k] = ActiveRun{kRunEnd, 0};
+    _prevCount = k + 1;
 }
 
 BdryCell* swBlobAgent::NewChain() {
@@ -446,20 +487,62 @@ BdryCell* swBlobAgent::NewChain() {
     return c;
 }
 
-SSegment* swBlobAgent::newseg(SSegment* last, int s, int t, int32_t grey, int y) {
-    Blob* enclosing = last->blob;
+// Room for one more slot: the table grows (and is kept for the next run) when no slot is free. The lists
+// of released slots can never hold more than the table, so they never grow while a row is joined.
+bool swBlobAgent::ReserveSlot() {
+    if (!_freeSlots.empty() || _nSlots < _slots.size()) return true;
+    try {
+        const size_t size = _slots.size() * 2;
+        _slots.resize(size);
+        _freeSlots.reserve(size);
+        _mergedSlots.reserve(size);
+        _mergedLastRow.reserve(size);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+// Slots are recycled so that the table stays as small as the rows' regions (it is read for every run).
+uint32_t swBlobAgent::TakeSlot(Blob* blob) {
+    uint32_t slot;
+    if (!_freeSlots.empty()) {
+        slot = _freeSlots.back();
+        _freeSlots.pop_back();
+    } else {
+        slot = _nSlots++;
+    }
+    _slots[slot] = RegionSlot{blob, slot, 1};
+    return slot;
+}
+
+// Current run k = [s, t) touches nothing of its class: a new region, child of the region enclosing it (that
+// of current run k - 1), whose continuation [t, ...) goes back in front of the cursor `i`.
+bool swBlobAgent::newseg(int k, int& i, int s, int t, int32_t grey, int y) {
+    const uint32_t enclosingSlot = Find(_cur[k - 1].slot);
+    Blob* enclosing = _slots[enclosingSlot].blob;
     Blob* nb = _pres->_blobPool.Alloc();
     if (nb == nullptr) {
         Fail(_pres->_blobPool.Error());
-        return nullptr;
+        return false;
     }
-    SSegment* run = _pres->_segPool.Alloc();
-    SSegment* rest = run != nullptr ? _pres->_segPool.Alloc() : nullptr;
-    if (rest == nullptr) {
-        if (run != nullptr) _pres->_segPool.Free(run);
+    if (!ReserveSlot()) {
         _pres->_blobPool.Free(nb);
-        Fail(_pres->_segPool.Error());
-        return nullptr;
+        Fail(BLOB_ERR_NO_MEMORY);
+        return false;
+    }
+    // The new run and the continuation are two entries, taken in that order.
+    CountedPool& entries = _pres->_segPool;
+    if (!entries.Take()) {
+        _pres->_blobPool.Free(nb);
+        Fail(entries.Error());
+        return false;
+    }
+    if (!entries.Take()) {
+        entries.Give();
+        _pres->_blobPool.Free(nb);
+        Fail(entries.Error());
+        return false;
     }
     nb->Init(_pres);
     nb->_parent = enclosing;
@@ -476,46 +559,54 @@ SSegment* swBlobAgent::newseg(SSegment* last, int s, int t, int32_t grey, int y)
     nb->_seq = _pres->_nextSeq++;
     ++_pres->_nBlobs;
 
-    run->x = static_cast<int16_t>(s);
-    Link(run, nb);
-    rest->x = static_cast<int16_t>(t);
-    Link(rest, enclosing);
-    rest->next = last->next;
-    run->next = rest;
-    last->next = run;
+    // The cursor never sits on the root's run (always continued first), so the slot before it is free.
+    const uint32_t slot = TakeSlot(nb);
+    ++_slots[enclosingSlot].open;
+    --i;
+    _cur[k] = ActiveRun{s, slot};
+    _prev[i] = ActiveRun{t, enclosingSlot};
 
-    if (_pres->_options & BLOB_OPT_BOUNDARY) {
+    BdryCell** bdry = nullptr;
+    if (_bdryOn) {
         // The new run's two ends start chains that meet at its top.
-        run->bdry = NewChain();
-        rest->bdry = run->bdry != nullptr ? NewChain() : nullptr;
-        if (rest->bdry == nullptr) return nullptr;
-        run->bdry->topLink = rest->bdry;
-        rest->bdry->topLink = run->bdry;
-        nb->_bdry = run->bdry;
+        _curBdry[k] = NewChain();
+        _prevBdry[i] = _curBdry[k] != nullptr ? NewChain() : nullptr;
+        if (_prevBdry[i] == nullptr) return false;
+        _curBdry[k]->topLink = _prevBdry[i];
+        _prevBdry[i]->topLink = _curBdry[k];
+        nb->_bdry = _curBdry[k];
+        bdry = &_curBdry[k];
     }
-    ContinueRun(run, s, t, grey, y);
-    return _stopped ? nullptr : run;
+    // The next region's record is written as soon as it is made; fetch it now (a noisy image makes a
+    // region every few runs, and a fresh record is a cache miss on each of its lines).
+    if (const Blob* upcoming = _pres->_blobPool.Upcoming()) {
+        for (size_t line = 0; line < sizeof(Blob); line += 64)
+            __builtin_prefetch(reinterpret_cast<const char*>(upcoming) + line, 1);
+    }
+    return ExtendRun(slot, bdry, s, t, grey, y) && !_stopped;
 }
 
-void swBlobAgent::endseg(SSegment* before) {
-    SSegment* ended = before->next;
-    SSegment* after = ended->next;
-    before->next = after->next;
-    Blob* endedBlob = ended->blob;
-    Blob* left = before->blob;
-    Blob* right = after->blob;
-    Unlink(ended);
-    Unlink(after);
-    if (ended->bdry != nullptr && after->bdry != nullptr) {
-        BdryCell* a = ended->bdry->first;
-        BdryCell* b = after->bdry->first;
+// Previous run `ended` ends, and the run after it with it; the runs either side of them (current run
+// `before` and whatever follows) become one run, so their regions are one.
+void swBlobAgent::endseg(int before, int ended) {
+    const uint32_t leftSlot = Find(_cur[before].slot);
+    const uint32_t endedSlot = Find(_prev[ended].slot);
+    const uint32_t rightSlot = Find(_prev[ended + 1].slot);
+    Blob* endedBlob = _slots[endedSlot].blob;
+    Blob* left = _slots[leftSlot].blob;
+    Blob* right = _slots[rightSlot].blob;
+    --_slots[endedSlot].open;
+    --_slots[rightSlot].open;
+    if (_bdryOn && _prevBdry[ended] != nullptr && _prevBdry[ended + 1] != nullptr) {
+        BdryCell* a = _prevBdry[ended]->first;
+        BdryCell* b = _prevBdry[ended + 1]->first;
         a->bottomLink = b;
         b->bottomLink = a;
         a->flags |= 1;
         b->flags |= 1;
     }
-    _pres->_segPool.Free(ended);
-    _pres->_segPool.Free(after);
+    _pres->_segPool.Give();
+    _pres->_segPool.Give();
     if (left != right) {
         Blob* survivor;
         if (endedBlob->_parent == left) survivor = left;
@@ -523,17 +614,26 @@ void swBlobAgent::endseg(SSegment* before) {
         else survivor = right->_top < left->_top ? right : left;
         Blob* other = survivor == left ? right : left;
         if (other == _pres->_root) std::swap(survivor, other);  // the root is never merged away
+        // Every run of `other` now belongs to the survivor.
+        const uint32_t survivorSlot = survivor == left ? leftSlot : rightSlot;
+        const uint32_t otherSlot = survivor == left ? rightSlot : leftSlot;
+        _slots[survivorSlot].open += _slots[otherSlot].open;
+        _slots[otherSlot].open = 0;
+        _slots[otherSlot].up = survivorSlot;
+        // Runs may still name the merged-away slot until the next row has read (and resolved) them all.
+        _mergedSlots.push_back(otherSlot);
         mergeBlobs(survivor, other);
     }
-    if (endedBlob->_entries == nullptr && endedBlob != _pres->_root) {
+    if (_slots[endedSlot].open == 0 && endedBlob != _pres->_root) {
         // Closed: like the run ends, its bottom becomes exclusive.
         endedBlob->_bottom = static_cast<int16_t>(endedBlob->_bottom + 1);
+        _freeSlots.push_back(endedSlot);  // no run resolves to it any more
         recpreprocess(endedBlob);
     }
 }
 
-bool swBlobAgent::incbdry(SSegment* seg, int x, int y) {
-    BdryCell* c = seg->bdry;
+bool swBlobAgent::incbdry(BdryCell*& cell, int x, int y) {
+    BdryCell* c = cell;
     if (c->count > 0) {
         BdryPoint& p = c->pts[c->count - 1];
         if (p.x == x && p.y1 + _sy == y) {
@@ -549,7 +649,7 @@ bool swBlobAgent::incbdry(SSegment* seg, int x, int y) {
         }
         n->first = c->first;
         c->next = n;
-        seg->bdry = n;
+        cell = n;
         c = n;
     }
     c->pts[c->count++] = BdryPoint{static_cast<int16_t>(x), static_cast<int16_t>(y), static_cast<int16_t>(y)};

@@ -127,22 +127,49 @@ protected:
     int PreGo() override;
 
 private:
+    // An active run: where it starts and the slot of the region that owns it.
+    struct ActiveRun {
+        int32_t x;
+        uint32_t slot;
+    };
+    // A region as the joiner names it. Merged-away regions forward to their survivor (`up`), so runs need
+    // not be re-pointed when their region merges; `open` counts the active runs of a surviving region.
+    struct RegionSlot {
+        Blob* blob;
+        uint32_t up;
+        int32_t open;
+    };
+
     int Stop(int32_t status);
     int RunRows();
     int CodeRow(const Buffer* buf, Point origin, const Rect& clip, int row, blobrle::Band band, bool emptyBand);
     void JoinRow(int n, int y);
-    void ContinueRun(SSegment* seg, int s, int t, int32_t grey, int y);
-    SSegment* newseg(SSegment* last, int s, int t, int32_t grey, int y);
-    void endseg(SSegment* before);
-    bool incbdry(SSegment* seg, int x, int y);
+    template <bool kGrey, bool kBdry, bool kStepOne>
+    void JoinRowAs(int n, int y);
+    void EndRow(int k);
+    uint32_t Find(uint32_t slot);
+    bool ExtendRun(uint32_t slot, BdryCell** bdry, int s, int t, int32_t grey, int y);
+    bool newseg(int k, int& i, int s, int t, int32_t grey, int y);
+    void endseg(int before, int ended);
+    bool ReserveSlot();
+    uint32_t TakeSlot(Blob* blob);
+    bool incbdry(BdryCell*& cell, int x, int y);
     BdryCell* NewChain();
     int PrepareMask();
     void DeleteMaskAgent();
-    void Link(SSegment* seg, Blob* blob);
-    void Unlink(SSegment* seg);
 
-    SSegment* _head = nullptr;  // sentinel of the active list (x = -32767, the root)
-    SSegment* _term = nullptr;  // terminator (x = 32767)
+    // The active runs, as alternating background / object runs from the root's run (x = -32767) to a
+    // terminator (x = 32767): the previous row's are read from _prev at a cursor while the current row's
+    // are written to _cur; the two swap after every row.
+    std::vector<ActiveRun> _prev, _cur;
+    std::vector<BdryCell*> _prevBdry, _curBdry;  // boundary chain at each run's left end (option 4 only)
+    int _prevCount = 0;                          // runs in _prev, terminator included
+    std::vector<RegionSlot> _slots;              // slot 0 is the root
+    uint32_t _nSlots = 0;                        // slots ever handed out in this run
+    std::vector<uint32_t> _freeSlots;            // slots of closed regions, and merged away two rows ago
+    std::vector<uint32_t> _mergedSlots;          // merged away in this row
+    std::vector<uint32_t> _mergedLastRow;        // merged away in the row before
+    bool _bdryOn = false;
     int _y = 0;
     int _sx = 1, _sy = 1;       // the steps of this run (a bad step was reported and runs as 1)
     Isa _isa = Isa::Scalar;

@@ -261,6 +261,21 @@ TEST(BlobRecords, FeaturesFollowTheirFormulas) {
     EXPECT_EQ(asserts.Reports()[0].expression, "featno > 0 && featno < NUMFEAT");
 }
 
+TEST(BlobRecords, WithoutMomentsTheCentroidIsTheOriginNotAnEarlierRegions) {
+    auto img = Art({"....", ".##.", ".##.", "...."});
+    BlobResult result;
+    std::unique_ptr<BlobAgent> agent(BlobFact(img.get(), &result, 100, 255));
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_DOUBLE_EQ(result.First()->GetFeat(BF_CENTROID_X), 1.0);
+    // The same result again without moments: its feature storage still holds the first run's values.
+    agent->SetOptions(0);
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_DOUBLE_EQ(result.First()->GetFeat(BF_CENTROID_X), -0.5);
+    EXPECT_DOUBLE_EQ(result.First()->GetFeat(BF_CENTROID_Y), -0.5);
+}
+
 TEST(BlobRecords, SplitSumsCarryExactly) {
     SplitSum s;
     s.Add(2147483000);
@@ -318,6 +333,59 @@ TEST(BlobPools, LimitsFailuresAndReuse) {
     EXPECT_EQ(again.SegmentPool().Chunks(), chunks[1]);
     EXPECT_EQ(again.BdryPool().Chunks(), chunks[2]);
     EXPECT_EQ(again.NParts(), 7);
+}
+
+// The joiner's entries are only counted; the count must behave as a pool of real elements would.
+TEST(BlobPools, CountedEntriesBehaveAsAPoolOfElements) {
+    struct Element {
+        int value = 0;
+    };
+    StoragePool<Element> real(3);  // fails when a third chunk is asked for; free list of 24
+    CountedPool counted(3);
+    std::vector<Element*> taken;
+    std::mt19937 rng(5);
+    for (int step = 0; step < 4000; ++step) {
+        if (step == 2500) {
+            real.Reset();
+            counted.Reset();
+            taken.clear();
+        }
+        if (taken.empty() || rng() % 3 != 0) {
+            Element* e = real.Alloc();
+            ASSERT_EQ(counted.Take(), e != nullptr) << step;
+            if (e != nullptr) taken.push_back(e);
+        } else {
+            const size_t at = rng() % taken.size();
+            real.Free(taken[at]);
+            counted.Give();
+            taken.erase(taken.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+        ASSERT_EQ(counted.Chunks(), real.Chunks()) << step;
+        ASSERT_EQ(counted.Live(), real.Live()) << step;
+        ASSERT_EQ(counted.FreeListSize(), real.FreeListSize()) << step;
+        ASSERT_EQ(counted.Error(), real.Error()) << step;
+    }
+    EXPECT_EQ(counted.Error(), BLOB_ERR_TOO_COMPLEX);  // the sequence did reach the limit
+}
+
+TEST(BlobPools, TheEntryPoolCanBeTheOneThatFails) {
+    const int saved = GetBlobMaxPoolSize();
+    SetBlobMaxPoolSize(5000);  // the floor: 512 chunks of 32
+    // One-pixel stripes: every row keeps twice as many runs open as there are stripes, more than 511
+    // chunks of entries, while the regions (one per stripe) fit.
+    auto stripes = std::make_unique<Buffer>(17000, 3, EIGHT);
+    for (int y = 0; y < 3; ++y)
+        for (int x = 0; x < 17000; ++x) stripes->Row(y)[x] = x % 2 ? 200 : 0;
+    TextRecorder text;
+    BlobResult result;
+    std::unique_ptr<BlobAgent> agent(BlobFact(stripes.get(), &result, 100, 255));
+    EXPECT_EQ(agent->Go(), BLOB_ERR_TOO_COMPLEX);
+    EXPECT_EQ(result.SegmentPool().Error(), BLOB_ERR_TOO_COMPLEX);
+    EXPECT_EQ(result.SegmentPool().Chunks(), result.ChunkLimit() - 1);
+    EXPECT_EQ(result.BlobPool().Error(), BLOB_OK);
+    EXPECT_EQ(text.DebugWindow().size(), 1u);
+    SetBlobMaxPoolSize((saved * 32 + 2) / 3);
+    EXPECT_EQ(GetBlobMaxPoolSize(), saved);
 }
 
 TEST(BlobAgentSafety, FactoryAndBadInputsReportAndStayInside) {

@@ -11,6 +11,7 @@
 #pragma once
 #include <cstdint>
 #include <new>
+#include <type_traits>
 #include <vector>
 
 #include "ombrel/framework/hal.h"
@@ -69,9 +70,19 @@ public:
         return new (slot) T();
     }
 
+    // The element the next Alloc hands out, or null when that needs a new chunk; nothing changes.
+    const T* Upcoming() const {
+        if (!_free.empty()) return _free.back();
+        if (_nextIndex < kBlobPoolChunkElements && _nextChunk < _chunks.size())
+            return _chunks[_nextChunk] + _nextIndex;
+        return nullptr;
+    }
+
     void Free(T* element) {
         if (element == nullptr) return;
-        element->~T();
+        // Records are freed right after being marked dead (_inUse, merged-away bits) and are read again by
+        // the result list; ending a trivial object's lifetime here would let the optimiser drop those marks.
+        if constexpr (!std::is_trivially_destructible_v<T>) element->~T();
         --_live;
         if (_free.size() < _freeLimit) _free.push_back(element);
     }
@@ -138,6 +149,75 @@ private:
     int _nextIndex = kBlobPoolChunkElements;  // next unused element of _chunks[_nextChunk]
     int _maxChunks = kBlobDefaultMaxPoolSize;
     size_t _freeLimit = 8 * kBlobDefaultMaxPoolSize;
+    int _live = 0;
+    int32_t _error = BLOB_OK;
+};
+
+// The accounting of a StoragePool without its elements. The joiner keeps its run entries in arrays of its
+// own, but the entry pool still behaves exactly as if each entry were taken from and given back to a
+// StoragePool: same chunk count, same free-list cap, and the same request fails with the same status.
+// Only the memory of a chunk is not taken (nothing would use it), so it cannot fail for lack of memory.
+class CountedPool {
+public:
+    explicit CountedPool(int maxChunks) { SetLimit(maxChunks); }
+
+    void SetLimit(int maxChunks) {
+        _maxChunks = maxChunks < 1 ? 1 : maxChunks;
+        _freeLimit = int64_t{_maxChunks} * 8;
+    }
+    int Limit() const { return _maxChunks; }
+
+    // StoragePool::Alloc: false with Error() set when no element is left.
+    bool Take() {
+        if (_free > 0) --_free;
+        else if (_nextIndex < kBlobPoolChunkElements && _nextChunk < _chunks) ++_nextIndex;
+        else if (!FromNextChunk()) return false;
+        ++_live;
+        return true;
+    }
+    // StoragePool::Free of a taken element.
+    void Give() {
+        --_live;
+        if (_free < _freeLimit) ++_free;
+    }
+
+    void Reset() {
+        _free = 0;
+        _nextChunk = 0;
+        _nextIndex = _chunks == 0 ? kBlobPoolChunkElements : 0;
+        _live = 0;
+        _error = BLOB_OK;
+    }
+
+    int32_t Error() const { return _error; }
+    int Chunks() const { return _chunks; }
+    int Live() const { return _live; }
+    size_t FreeListSize() const { return static_cast<size_t>(_free); }
+
+private:
+    // StoragePool::FromNextChunk, counting chunks instead of holding them.
+    bool FromNextChunk() {
+        if (_nextIndex >= kBlobPoolChunkElements && _nextChunk + 1 < _chunks) {
+            ++_nextChunk;
+            _nextIndex = 1;
+            return true;
+        }
+        if (_chunks >= _maxChunks - 1) {
+            if (_error == BLOB_OK) ReportBlobPoolFailure(BLOB_ERR_TOO_COMPLEX);
+            _error = BLOB_ERR_TOO_COMPLEX;
+            return false;
+        }
+        _nextChunk = _chunks++;
+        _nextIndex = 1;
+        return true;
+    }
+
+    int _chunks = 0;
+    int _nextChunk = 0;
+    int _nextIndex = kBlobPoolChunkElements;
+    int64_t _free = 0;
+    int64_t _freeLimit = 8 * kBlobDefaultMaxPoolSize;
+    int _maxChunks = kBlobDefaultMaxPoolSize;
     int _live = 0;
     int32_t _error = BLOB_OK;
 };

@@ -50,20 +50,6 @@ void SplitSum::AddSum(const SplitSum& other) {
 }
 
 // ---- Accumulation -------------------------------------------------------------------------------------------
-void Blob::Init(BlobResult* res) {
-    // The pool constructed the record; only what the constructor leaves open is set.
-    _res = res;
-    _color = -1;
-    _label = -1;
-    _inUse = true;
-}
-
-void Blob::SetMomentLevel() {
-    const int32_t options = _res != nullptr ? _res->_options : 0;
-    if (((options & BLOB_OPT_EXTENT_ONLY_0) && _color == 0) || !(options & BLOB_OPT_FIRST_MOMENTS)) _momentLevel = 0;
-    else _momentLevel = (options & BLOB_OPT_SECOND_MOMENTS) ? 2 : 1;
-}
-
 void Blob::AddMoments(const Blob& other) {
     _area += other._area;
     _greySum += other._greySum;
@@ -103,6 +89,9 @@ void Blob::Moments() {
     if (HasMoments()) {
         _f->_cx = (double(_sumX) / 2.0) / _f->_dArea;
         _f->_cy = (double(_sumY) / 2.0) / _f->_dArea;
+    } else {
+        // No sums were kept: the centroid is the region's origin (the slot may hold a previous run's values).
+        _f->_cx = _f->_cy = 0.0;
     }
     const double x = ImageX(), y = ImageY();
     _f->_centroidDistance = std::sqrt(x * x + y * y);

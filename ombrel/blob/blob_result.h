@@ -173,18 +173,6 @@ struct BdryCell {
     BdryCell* bottomLink = nullptr;  // first cell of the chain joined at the bottom (set in the first cell)
 };
 
-// An entry of the active run list: one run of the previous (or current) row.
-// What the joiner reads for every run comes first, and nothing is padded: 48 bytes, not 56.
-struct SSegment {
-    SSegment* next = nullptr;
-    Blob* blob = nullptr;     // region that owns the run
-    int16_t x = 0;            // first column of the run
-    int32_t grey = 0;
-    BdryCell* bdry = nullptr; // last cell of the chain along the run's left end
-    SSegment* regionPrev = nullptr;  // the other entries of the same region (so merges re-point quickly)
-    SSegment* regionNext = nullptr;
-};
-
 // Features derived when a region closes, filled on first use (not initialised before).
 struct BlobFeatures {
     // Derived features.
@@ -313,7 +301,6 @@ private:
     int32_t _label = -1;
 
     BdryCell* _bdry = nullptr;
-    SSegment* _entries = nullptr;  // active run entries naming this region (while it is open)
     int32_t _color = -1;
     int32_t _filledArea = 0;
     int32_t _nHoles = 0;
@@ -368,7 +355,7 @@ public:
 
     // Pool access for the agent and the tests.
     RefStoragePool<Blob>& BlobPool() { return _blobPool; }
-    StoragePool<SSegment>& SegmentPool() { return _segPool; }
+    CountedPool& SegmentPool() { return _segPool; }
     StoragePool<BdryCell>& BdryPool() { return _bdryPool; }
     int ChunkLimit() const { return _blobPool.Limit(); }
 
@@ -391,7 +378,7 @@ private:
     int32_t _nBlobs = 0;
     uint32_t _nextSeq = 0;
     RefStoragePool<Blob> _blobPool;
-    StoragePool<SSegment> _segPool;
+    CountedPool _segPool;  // the joiner's run entries (held in its own arrays)
     StoragePool<BdryCell> _bdryPool;
     std::vector<Blob*> _list;
     std::vector<Blob*> _bySeq;  // scratch of BuildList, kept between runs
@@ -405,6 +392,22 @@ private:
     std::unique_ptr<BlobFeatures[]> _features;
     size_t _featureCapacity = 0;
 };
+
+// Inline, like the two below: a noisy image makes a region every few runs.
+inline void Blob::Init(BlobResult* res) {
+    // The pool constructed the record; only what the constructor leaves open is set.
+    _res = res;
+    _color = -1;
+    _label = -1;
+    _inUse = true;
+}
+
+inline void Blob::SetMomentLevel() {
+    const int32_t options = _res != nullptr ? _res->_options : 0;
+    if (((options & BLOB_OPT_EXTENT_ONLY_0) && _color == 0) || !(options & BLOB_OPT_FIRST_MOMENTS))
+        _momentLevel = 0;
+    else _momentLevel = (options & BLOB_OPT_SECOND_MOMENTS) ? 2 : 1;
+}
 
 // Inline: it runs once per run, and a call per run is a noticeable share of a noisy image.
 inline void Blob::ExtendMoments(int y, int x0, int x1, int64_t grey, int stepY) {
