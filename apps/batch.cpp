@@ -31,7 +31,8 @@ std::vector<std::string> ImagesInFolder(const std::string& folder) {
     std::error_code ec;
     for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
         std::error_code typeError;
-        if (it->is_regular_file(typeError) && HasImageExtension(it->path())) images.push_back(it->path().string());
+        if (it->is_regular_file(typeError) && HasImageExtension(it->path()))
+            images.push_back(it->path().string());
     }
     std::sort(images.begin(), images.end());
     return images;
@@ -39,7 +40,7 @@ std::vector<std::string> ImagesInFolder(const std::string& folder) {
 
 // Draws "[=====     ] done/total" on standard error, redrawing the same line.
 class ProgressBar {
-public:
+  public:
     ProgressBar(const std::string& label, size_t total)
         : _label(label), _total(total), _shown(total >= 4 && ::isatty(STDERR_FILENO) == 1) {}
     ~ProgressBar() {
@@ -57,7 +58,7 @@ public:
         std::fflush(stderr);
     }
 
-private:
+  private:
     std::string _label;
     size_t _total;
     size_t _done = 0;
@@ -167,8 +168,8 @@ int ReportBatch(const std::string& command, const std::vector<FileOutcome>& outc
     return failed.empty() ? 0 : 1;
 }
 
-int WriteBatchJson(const std::string& command, const std::string& path, const std::vector<FileOutcome>& outcomes,
-                   int status) {
+int WriteBatchJson(const std::string& command, const std::string& path,
+                   const std::vector<FileOutcome>& outcomes, int status) {
     if (path.empty()) return status;
     Json document{{"tool", "ombrel " + command}, {"images", Json::array()}};
     for (const FileOutcome& o : outcomes)

@@ -50,10 +50,11 @@ int ReportBatch(const std::string& command, const std::vector<FileOutcome>& outc
 // written as null.
 std::string WriteJsonFile(const std::string& path, const Json& document);
 
-// Writes the batch's JSON document to `path` (nothing when it is empty): {"tool": "ombrel CMD", "images": [...]}
-// with each file's record, or its name and error. Returns `status`, or 1 when the file cannot be written.
-int WriteBatchJson(const std::string& command, const std::string& path, const std::vector<FileOutcome>& outcomes,
-                   int status);
+// Writes the batch's JSON document to `path` (nothing when it is empty): {"tool": "ombrel CMD", "images":
+// [...]} with each file's record, or its name and error. Returns `status`, or 1 when the file cannot be
+// written.
+int WriteBatchJson(const std::string& command, const std::string& path,
+                   const std::vector<FileOutcome>& outcomes, int status);
 
 // "ombrel CMD: WHAT: problem" on standard error.
 void PrintError(const std::string& command, const std::string& what, const std::string& problem);

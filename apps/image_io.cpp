@@ -138,8 +138,8 @@ std::string CheckImageSize(int64_t width, int64_t height, uint64_t extraBytes, c
 std::unique_ptr<Buffer> AllocateGrey(int width, int height, std::string* error) {
     std::unique_ptr<Buffer> image(new (std::nothrow) Buffer(width, height, EIGHT));
     if (!image || image->GetError() != BUFFER_OK || image->BaseAddr() == nullptr) {
-        *error = "not enough memory for an image of " + std::to_string(width) + " x " + std::to_string(height) +
-                 " pixels";
+        *error = "not enough memory for an image of " + std::to_string(width) + " x " +
+                 std::to_string(height) + " pixels";
         return nullptr;
     }
     return image;

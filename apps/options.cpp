@@ -13,7 +13,8 @@ bool ParseInts(const std::string& text, char separator, std::vector<long long>* 
     size_t start = 0;
     while (true) {
         const size_t end = text.find(separator, start);
-        const std::string part = text.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        const std::string part =
+            text.substr(start, end == std::string::npos ? std::string::npos : end - start);
         long long v = 0;
         const char* first = part.data();
         const char* last = part.data() + part.size();
@@ -79,7 +80,8 @@ std::optional<Step> ParseStep(const std::string& text, std::string* error) {
 }
 
 CLI::Validator BandValidator() {
-    return MakeValidator("LOW:HIGH", [](const std::string& t, std::string* e) { return ParseBand(t, e).has_value(); });
+    return MakeValidator("LOW:HIGH",
+                         [](const std::string& t, std::string* e) { return ParseBand(t, e).has_value(); });
 }
 
 CLI::Validator RegionValidator() {
@@ -88,7 +90,8 @@ CLI::Validator RegionValidator() {
 }
 
 CLI::Validator StepValidator() {
-    return MakeValidator("X,Y", [](const std::string& t, std::string* e) { return ParseStep(t, e).has_value(); });
+    return MakeValidator("X,Y",
+                         [](const std::string& t, std::string* e) { return ParseStep(t, e).has_value(); });
 }
 
 std::string FormatRegion(const Region& r) {

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include <CLI/CLI.hpp>
 #include <ombrel/framework/geometry.h>
+#include <CLI/CLI.hpp>
 
 namespace ombrel::cli {
 

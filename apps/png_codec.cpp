@@ -165,9 +165,8 @@ DecodedImage DecodePng(const uint8_t* data, size_t size, const DecodeLimits& lim
     if (ok) return std::move(session.result);
     session.result.image.reset();
     if (session.result.error.empty()) {
-        session.result.error = session.truncated
-                                   ? "truncated PNG: the file ends before the image data does"
-                                   : std::string("corrupt PNG: ") + session.message;
+        session.result.error = session.truncated ? "truncated PNG: the file ends before the image data does"
+                                                 : std::string("corrupt PNG: ") + session.message;
     }
     return std::move(session.result);
 }

@@ -11,10 +11,12 @@
 namespace ombrel::cli {
 namespace {
 
-bool IsSpace(uint8_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; }
+bool IsSpace(uint8_t c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+}
 
 class PnmScanner {
-public:
+  public:
     PnmScanner(const uint8_t* data, size_t size) : _data(data), _size(size) {}
 
     // Skips whitespace and '#' comments (which run to the end of the line).
@@ -61,7 +63,7 @@ public:
     bool AtEnd() const { return _pos >= _size; }
     uint8_t Peek() const { return _data[_pos]; }
 
-private:
+  private:
     const uint8_t* _data;
     size_t _size;
     size_t _pos = 0;
@@ -92,7 +94,8 @@ std::string ReadHeader(PnmScanner* scan, PnmHeader* header) {
     bool atEnd = false;
     if (!scan->Number(kHeaderNumberLimit, &header->width, &atEnd) ||
         !scan->Number(kHeaderNumberLimit, &header->height, &atEnd)) {
-        return atEnd ? "truncated " + name + ": the header ends early" : "corrupt " + name + ": bad image size";
+        return atEnd ? "truncated " + name + ": the header ends early"
+                     : "corrupt " + name + ": bad image size";
     }
     if (!header->bitmap) {
         if (!scan->Number(65535, &header->maxval, &atEnd)) {
@@ -154,7 +157,8 @@ std::string ReadAsciiRaster(PnmScanner* scan, const PnmHeader& h, Buffer* image)
                 bool atEnd = false;
                 const bool ok = h.bitmap ? scan->Bit(&s[c], &atEnd) : scan->Number(65535, &s[c], &atEnd);
                 if (!ok) {
-                    return atEnd ? "truncated " + name + ": the pixel data ends early (row " + std::to_string(y) + ")"
+                    return atEnd ? "truncated " + name + ": the pixel data ends early (row " +
+                                       std::to_string(y) + ")"
                                  : "corrupt " + name + ": bad pixel value in row " + std::to_string(y);
                 }
                 if (!h.bitmap && s[c] > h.maxval) return SampleTooLarge(h, s[c]);
@@ -178,7 +182,8 @@ std::string CheckRasterFits(const PnmScanner& scan, const PnmHeader& h) {
     uint64_t needed;
     if (h.binary) {
         const uint64_t bytesPerSample = h.maxval > 255 ? 2 : 1;
-        const uint64_t rowBytes = h.bitmap ? (uint64_t{h.width} + 7) / 8 : uint64_t{h.width} * h.channels * bytesPerSample;
+        const uint64_t rowBytes =
+            h.bitmap ? (uint64_t{h.width} + 7) / 8 : uint64_t{h.width} * h.channels * bytesPerSample;
         needed = rowBytes * h.height;
     } else {
         needed = pixels * h.channels;  // at least one character per sample

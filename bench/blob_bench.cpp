@@ -76,12 +76,24 @@ void RunOpenCv(benchmark::State& state, const BlobCase& c) {
     state.SetLabel(SizeName(size));
 }
 
-void BM_BlobParts_Ombrel(benchmark::State& state) { RunOmbrel(state, kParts); }
-void BM_BlobParts_OpenCV(benchmark::State& state) { RunOpenCv(state, kParts); }
-void BM_BlobNoise_Ombrel(benchmark::State& state) { RunOmbrel(state, kNoise); }
-void BM_BlobNoise_OpenCV(benchmark::State& state) { RunOpenCv(state, kNoise); }
-void BM_BlobTexture_Ombrel(benchmark::State& state) { RunOmbrel(state, kTexture); }
-void BM_BlobTexture_OpenCV(benchmark::State& state) { RunOpenCv(state, kTexture); }
+void BM_BlobParts_Ombrel(benchmark::State& state) {
+    RunOmbrel(state, kParts);
+}
+void BM_BlobParts_OpenCV(benchmark::State& state) {
+    RunOpenCv(state, kParts);
+}
+void BM_BlobNoise_Ombrel(benchmark::State& state) {
+    RunOmbrel(state, kNoise);
+}
+void BM_BlobNoise_OpenCV(benchmark::State& state) {
+    RunOpenCv(state, kNoise);
+}
+void BM_BlobTexture_Ombrel(benchmark::State& state) {
+    RunOmbrel(state, kTexture);
+}
+void BM_BlobTexture_OpenCV(benchmark::State& state) {
+    RunOpenCv(state, kTexture);
+}
 OMBREL_BENCH_SIZES(BM_BlobParts_Ombrel);
 OMBREL_BENCH_SIZES(BM_BlobParts_OpenCV);
 OMBREL_BENCH_SIZES(BM_BlobNoise_Ombrel);

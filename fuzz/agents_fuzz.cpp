@@ -12,13 +12,13 @@ namespace {
 
 // Reads the fuzzer's bytes as a stream of small numbers; zeros once they run out.
 class Bytes {
-public:
+  public:
     Bytes(const uint8_t* data, size_t size) : _data(data), _size(size) {}
     uint8_t Byte() { return _pos < _size ? _data[_pos++] : 0; }
     int Int(int low, int high) { return low + static_cast<int>((Byte() | Byte() << 8) % (high - low + 1)); }
     bool Flag() { return Byte() & 1; }
 
-private:
+  private:
     const uint8_t* _data;
     size_t _size;
     size_t _pos = 0;
@@ -27,7 +27,8 @@ private:
 std::unique_ptr<ombrel::Buffer> Image(Bytes& in, ombrel::PixelDepth depth) {
     auto image = std::make_unique<ombrel::Buffer>(in.Int(1, 48), in.Int(1, 48), depth);
     for (int y = 0; y < image->Height(); ++y)
-        for (int64_t x = 0; x < ombrel::Buffer::RowBytes(image->Width(), depth); ++x) image->Row(y)[x] = in.Byte();
+        for (int64_t x = 0; x < ombrel::Buffer::RowBytes(image->Width(), depth); ++x)
+            image->Row(y)[x] = in.Byte();
     return image;
 }
 
@@ -46,12 +47,13 @@ void RunArith(Bytes& in) {
     const ombrel::ROI roi = Region(in, mask);
     const auto op = static_cast<ombrel::ArithOp>(in.Int(0, 15));
     const float gain = static_cast<float>(in.Int(-300, 300)) / static_cast<float>(in.Int(1, 8));
-    std::unique_ptr<ombrel::ArithAgent> agent(ombrel::ArithFact(a.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)},
-                                                                roi, in.Flag() ? b.get() : nullptr, op, gain,
-                                                                in.Int(-70000, 70000), d.get()));
+    std::unique_ptr<ombrel::ArithAgent> agent(
+        ombrel::ArithFact(a.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+                          in.Flag() ? b.get() : nullptr, op, gain, in.Int(-70000, 70000), d.get()));
     if (!agent) return;
     agent->SetCornerB(in.Int(-8, 50), in.Int(-8, 50));
-    agent->SetSignClip(static_cast<ombrel::ArithSign>(in.Int(0, 1)), static_cast<ombrel::ArithSign>(in.Int(0, 1)),
+    agent->SetSignClip(static_cast<ombrel::ArithSign>(in.Int(0, 1)),
+                       static_cast<ombrel::ArithSign>(in.Int(0, 1)),
                        static_cast<ombrel::ArithSign>(in.Int(0, 1)), in.Flag(), in.Flag());
     agent->SetMaskShift(static_cast<ombrel::ArithMaskOp>(in.Int(0, 2)), in.Int(0, 255), in.Int(-9, 9));
     agent->SetBand(in.Int(-5, 260), in.Int(-5, 260));
@@ -64,9 +66,9 @@ void RunHistogram(Bytes& in) {
     std::unique_ptr<ombrel::Buffer> mask;
     const ombrel::ROI roi = Region(in, mask);
     std::vector<int> bins;
-    std::unique_ptr<ombrel::HistogramAgent> agent(ombrel::HistogramFact(
-        image.get(), static_cast<ombrel::HistRes>(1 << in.Int(0, 8)),
-        ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi, &bins));
+    std::unique_ptr<ombrel::HistogramAgent> agent(
+        ombrel::HistogramFact(image.get(), static_cast<ombrel::HistRes>(1 << in.Int(0, 8)),
+                              ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi, &bins));
     if (!agent) return;
     agent->SetBinOffset(in.Int(-300, 300));
     agent->SetSigned(in.Flag());
@@ -78,10 +80,9 @@ void RunMask(Bytes& in) {
     auto src = Image(in, ombrel::EIGHT), dst = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
     std::unique_ptr<ombrel::Buffer> mask;
     const ombrel::ROI roi = Region(in, mask);
-    std::unique_ptr<ombrel::MaskAgent> agent(ombrel::MaskFact(src.get(), dst.get(),
-                                                              ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
-                                                              in.Int(-5, 260), in.Int(-5, 260),
-                                                              static_cast<unsigned>(in.Int(0, 15))));
+    std::unique_ptr<ombrel::MaskAgent> agent(
+        ombrel::MaskFact(src.get(), dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+                         in.Int(-5, 260), in.Int(-5, 260), static_cast<unsigned>(in.Int(0, 15))));
     if (agent) agent->Go();
 }
 
@@ -91,8 +92,9 @@ void RunBlob(Bytes& in) {
     const ombrel::ROI roi = Region(in, mask);
     ombrel::BlobResult result;
     ombrel::SetBlobMaxPoolSize(in.Int(1, 64));
-    std::unique_ptr<ombrel::BlobAgent> agent(ombrel::BlobFact(image.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)},
-                                                              roi, &result, in.Int(-5, 260), in.Int(-5, 260)));
+    std::unique_ptr<ombrel::BlobAgent> agent(
+        ombrel::BlobFact(image.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi, &result,
+                         in.Int(-5, 260), in.Int(-5, 260)));
     if (!agent) return;
     agent->SetStep(in.Int(-2, 60), in.Int(-2, 60));
     agent->SetAreaLimits(in.Int(-5, 500), in.Int(-5, 5000));
@@ -115,10 +117,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)quiet;
     Bytes in(data, size);
     switch (in.Int(0, 3)) {
-        case 0: RunArith(in); break;
-        case 1: RunHistogram(in); break;
-        case 2: RunMask(in); break;
-        default: RunBlob(in); break;
+        case 0:
+            RunArith(in);
+            break;
+        case 1:
+            RunHistogram(in);
+            break;
+        case 2:
+            RunMask(in);
+            break;
+        default:
+            RunBlob(in);
+            break;
     }
     ombrel::SetBlobMaxPoolSize(512);
     return 0;

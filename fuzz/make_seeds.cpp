@@ -31,7 +31,7 @@ bool WritePng(const std::string& path, int width, int height, int colourType, in
         png_set_tRNS(png, info, alpha, 2, nullptr);
     }
     png_write_info(png, info);
-    const int channels = colourType == PNG_COLOR_TYPE_RGB         ? 3
+    const int channels = colourType == PNG_COLOR_TYPE_RGB          ? 3
                          : colourType == PNG_COLOR_TYPE_RGB_ALPHA  ? 4
                          : colourType == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
                                                                    : 1;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Everything Ombrel offers, one include.
 #pragma once
+#include "ombrel/blob/blob.h"
 #include "ombrel/framework/framework.h"
 #include "ombrel/pixelops/pixelops.h"
-#include "ombrel/blob/blob.h"

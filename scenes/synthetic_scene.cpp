@@ -7,7 +7,9 @@
 namespace ombrel::scenes {
 namespace {
 
-uint8_t ClampByte(double v) { return static_cast<uint8_t>(std::clamp(v, 0.0, 255.0)); }
+uint8_t ClampByte(double v) {
+    return static_cast<uint8_t>(std::clamp(v, 0.0, 255.0));
+}
 
 std::unique_ptr<Buffer> NewGrey(int width, int height) {
     auto buffer = std::make_unique<Buffer>(width, height, EIGHT);
@@ -27,13 +29,17 @@ int SceneRandom::Uniform(int low, int high) {
     return low + static_cast<int>(Next() % static_cast<uint64_t>(high - low + 1));
 }
 
-double SceneRandom::Unit() { return static_cast<double>(Next() >> 11) * (1.0 / 9007199254740992.0); }
+double SceneRandom::Unit() {
+    return static_cast<double>(Next() >> 11) * (1.0 / 9007199254740992.0);
+}
 
 std::unique_ptr<Buffer> MakeTexturedScene(int width, int height, uint64_t seed) {
     auto image = NewGrey(width, height);
     if (!image) return nullptr;
     SceneRandom random(seed);
-    struct Blob { double x, y, r, amplitude; };
+    struct Blob {
+        double x, y, r, amplitude;
+    };
     std::vector<Blob> blobs(40);
     for (Blob& b : blobs) {
         b = {random.Unit() * width, random.Unit() * height, 10 + random.Unit() * width / 8.0,
@@ -45,7 +51,8 @@ std::unique_ptr<Buffer> MakeTexturedScene(int width, int height, uint64_t seed) 
             double v = 60 + 120.0 * x / width + 40.0 * std::sin(y * 0.02) + ((x / 64 + y / 64) % 2) * 20;
             for (const Blob& b : blobs) {
                 const double dx = x - b.x, dy = y - b.y;
-                if (std::abs(dx) < b.r && std::abs(dy) < b.r && dx * dx + dy * dy < b.r * b.r) v += b.amplitude;
+                if (std::abs(dx) < b.r && std::abs(dy) < b.r && dx * dx + dy * dy < b.r * b.r)
+                    v += b.amplitude;
             }
             v += static_cast<int>(random.Next() % 17) - 8;
             row[x] = ClampByte(v);
@@ -65,7 +72,8 @@ std::unique_ptr<Buffer> MakePartsScene(int width, int height, int partCount, uin
         for (int x = 0; x < width; ++x) row[x] = ClampByte(190 + 30.0 * x / width + random.Uniform(-12, 12));
     }
     // Parts on a jittered grid so that they never touch one another.
-    const int columns = std::max(1, static_cast<int>(std::ceil(std::sqrt(partCount * double(width) / height))));
+    const int columns =
+        std::max(1, static_cast<int>(std::ceil(std::sqrt(partCount * double(width) / height))));
     const int rows = std::max(1, (partCount + columns - 1) / columns);
     const int cellW = width / columns, cellH = height / rows;
     std::vector<PartShape> drawn;
@@ -82,9 +90,11 @@ std::unique_ptr<Buffer> MakePartsScene(int width, int height, int partCount, uin
         drawn.push_back(p);
     }
     for (const PartShape& p : drawn) {
-        for (int y = std::max(0, p.cy - p.outerRadius); y <= std::min(height - 1, p.cy + p.outerRadius); ++y) {
+        for (int y = std::max(0, p.cy - p.outerRadius); y <= std::min(height - 1, p.cy + p.outerRadius);
+             ++y) {
             uint8_t* row = image->Row(y);
-            for (int x = std::max(0, p.cx - p.outerRadius); x <= std::min(width - 1, p.cx + p.outerRadius); ++x) {
+            for (int x = std::max(0, p.cx - p.outerRadius); x <= std::min(width - 1, p.cx + p.outerRadius);
+                 ++x) {
                 const int dx = x - p.cx, dy = y - p.cy;
                 const bool inside = p.square || dx * dx + dy * dy <= p.outerRadius * p.outerRadius;
                 const bool inHole = dx * dx + dy * dy < p.holeRadius * p.holeRadius;

@@ -11,13 +11,13 @@ namespace ombrel::scenes {
 
 // A small, fast, portable generator (splitmix64), so scenes do not depend on the standard library's engines.
 class SceneRandom {
-public:
+  public:
     explicit SceneRandom(uint64_t seed) : _state(seed) {}
     uint64_t Next();
     int Uniform(int low, int high);  // inclusive
     double Unit();                   // [0, 1)
 
-private:
+  private:
     uint64_t _state;
 };
 
@@ -25,9 +25,9 @@ private:
 std::unique_ptr<Buffer> MakeTexturedScene(int width, int height, uint64_t seed);
 
 struct PartShape {
-    int cx, cy;        // centre
-    int outerRadius;   // the part is a disc (or a square when `square`)
-    int holeRadius;    // 0: no hole
+    int cx, cy;       // centre
+    int outerRadius;  // the part is a disc (or a square when `square`)
+    int holeRadius;   // 0: no hole
     bool square;
 };
 

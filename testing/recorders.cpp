@@ -10,7 +10,9 @@ AssertRecorder::AssertRecorder() {
     });
 }
 
-AssertRecorder::~AssertRecorder() { SetAssertSink(std::move(_previous)); }
+AssertRecorder::~AssertRecorder() {
+    SetAssertSink(std::move(_previous));
+}
 
 std::vector<AssertReport> AssertRecorder::Reports() const {
     std::lock_guard lock(_mutex);
@@ -25,7 +27,8 @@ size_t AssertRecorder::Count() const {
 bool AssertRecorder::Has(const std::string& module, int line, const std::string& expression) const {
     std::lock_guard lock(_mutex);
     for (const AssertReport& report : _reports) {
-        if (report.module == module && report.line == line && (expression.empty() || report.expression == expression))
+        if (report.module == module && report.line == line &&
+            (expression.empty() || report.expression == expression))
             return true;
     }
     return false;

@@ -21,7 +21,7 @@ struct AssertReport {
 
 // Records every assertion while alive; restores the previous sink on destruction.
 class AssertRecorder {
-public:
+  public:
     AssertRecorder();
     ~AssertRecorder();
     std::vector<AssertReport> Reports() const;
@@ -30,7 +30,7 @@ public:
     bool Has(const std::string& module, int line, const std::string& expression = {}) const;
     void Clear();
 
-private:
+  private:
     mutable std::mutex _mutex;
     std::vector<AssertReport> _reports;
     AssertSink _previous;
@@ -38,14 +38,14 @@ private:
 
 // Records diagnostic text (aprintf and friends) and debug-window messages while alive.
 class TextRecorder {
-public:
+  public:
     TextRecorder();
     ~TextRecorder();
     std::string Text() const;  // everything written, all channels, in order
     std::vector<std::pair<uint32_t, std::string>> DebugWindow() const;
     void Clear();
 
-private:
+  private:
     mutable std::mutex _mutex;
     std::string _text;
     std::vector<std::pair<uint32_t, std::string>> _debugWindow;
@@ -55,23 +55,27 @@ private:
 
 // Caps the instruction-set level for the life of the object.
 class ScopedIsaCap {
-public:
+  public:
     explicit ScopedIsaCap(Isa cap) : _previous(SetIsaCap(cap)) {}
     ~ScopedIsaCap() { SetIsaCap(_previous); }
 
-private:
+  private:
     Isa _previous;
 };
 
 // The levels to parameterise kernel tests over; a test skips the ones this CPU lacks with
 // OMBREL_SKIP_IF_UNSUPPORTED(isa).
-inline std::vector<Isa> AllIsaLevels() { return {Isa::Scalar, Isa::Sse2, Isa::Avx2, Isa::Avx512}; }
-inline std::string IsaTestName(const ::testing::TestParamInfo<Isa>& info) { return IsaName(info.param); }
+inline std::vector<Isa> AllIsaLevels() {
+    return {Isa::Scalar, Isa::Sse2, Isa::Avx2, Isa::Avx512};
+}
+inline std::string IsaTestName(const ::testing::TestParamInfo<Isa>& info) {
+    return IsaName(info.param);
+}
 
 }  // namespace ombrel::testing
 
-#define OMBREL_SKIP_IF_UNSUPPORTED(isa)                                                          \
-    do {                                                                                         \
-        if (static_cast<int>(isa) > static_cast<int>(::ombrel::DetectedIsa()))                   \
-            GTEST_SKIP() << "this CPU lacks " << ::ombrel::IsaName(isa);                        \
+#define OMBREL_SKIP_IF_UNSUPPORTED(isa)                                        \
+    do {                                                                       \
+        if (static_cast<int>(isa) > static_cast<int>(::ombrel::DetectedIsa())) \
+            GTEST_SKIP() << "this CPU lacks " << ::ombrel::IsaName(isa);       \
     } while (0)

@@ -15,7 +15,8 @@ struct HistogramParams {
 };
 
 // Runs the library's histogram agent over `placement` on `image`; throws InputError when it cannot.
-Json AnalyseHistogram(Buffer& image, const Placement& placement, const HistogramParams& params, std::string* table);
+Json AnalyseHistogram(Buffer& image, const Placement& placement, const HistogramParams& params,
+                      std::string* table);
 
 struct BlobParams {
     Band band;

@@ -75,7 +75,8 @@ const std::vector<FeatureName>& AllBlobFeatures() {
 }
 
 const char* DefaultBlobFeatures() {
-    return "area,filled_area,holes,centroid_x,centroid_y,major_axis,minor_axis,axis_angle,perimeter,compactness,"
+    return "area,filled_area,holes,centroid_x,centroid_y,major_axis,minor_axis,axis_angle,perimeter,"
+           "compactness,"
            "mean_grey";
 }
 

@@ -11,13 +11,22 @@ namespace ombrel::cli {
 namespace {
 
 const std::map<std::string, ArithOp>& ArithOps() {
-    static const std::map<std::string, ArithOp> ops = {
-        {"not", _ARITH_NOT},       {"negate", _ARITH_NEGATE},       {"copy", _ARITH_COPY},
-        {"binarize", _ARITH_BINARIZE}, {"maskshift", _ARITH_MASKSHIFT}, {"abs", _ARITH_ABS},
-        {"passrange", _ARITH_PASSRANGE}, {"add", _ARITH_ADD},        {"sub", _ARITH_SUB},
-        {"diff", _ARITH_DIFF},     {"and", _ARITH_AND},             {"or", _ARITH_OR},
-        {"xor", _ARITH_XOR},       {"min", _ARITH_MIN},             {"max", _ARITH_MAX},
-        {"mult", _ARITH_MULT}};
+    static const std::map<std::string, ArithOp> ops = {{"not", _ARITH_NOT},
+                                                       {"negate", _ARITH_NEGATE},
+                                                       {"copy", _ARITH_COPY},
+                                                       {"binarize", _ARITH_BINARIZE},
+                                                       {"maskshift", _ARITH_MASKSHIFT},
+                                                       {"abs", _ARITH_ABS},
+                                                       {"passrange", _ARITH_PASSRANGE},
+                                                       {"add", _ARITH_ADD},
+                                                       {"sub", _ARITH_SUB},
+                                                       {"diff", _ARITH_DIFF},
+                                                       {"and", _ARITH_AND},
+                                                       {"or", _ARITH_OR},
+                                                       {"xor", _ARITH_XOR},
+                                                       {"min", _ARITH_MIN},
+                                                       {"max", _ARITH_MAX},
+                                                       {"mult", _ARITH_MULT}};
     return ops;
 }
 
@@ -47,16 +56,17 @@ Json Compute(const ArithOptions& options, DecodedImage& a, DecodedImage* b, std:
     std::optional<Region> region;
     if (!options.roi.empty()) region = ParseRegion(options.roi, &problem);
     const Placement placement = PlaceRegion(*a.image, region, nullptr, "");
-    if (b != nullptr && (b->image->Width() < placement.region.width || b->image->Height() < placement.region.height)) {
+    if (b != nullptr &&
+        (b->image->Width() < placement.region.width || b->image->Height() < placement.region.height)) {
         throw InputError("B (" + options.b + ") is " + ImageSize(*b->image) + " pixels, smaller than the " +
-                         std::to_string(placement.region.width) + " x " + std::to_string(placement.region.height) +
-                         " region it must cover");
+                         std::to_string(placement.region.width) + " x " +
+                         std::to_string(placement.region.height) + " region it must cover");
     }
     auto destination = detail::AllocateGrey(placement.region.width, placement.region.height, &problem);
     if (!destination) throw InputError(problem);
-    std::unique_ptr<ArithAgent> agent(ArithFact(a.image.get(), placement.origin, placement.roi,
-                                                b != nullptr ? b->image.get() : nullptr, op,
-                                                static_cast<float>(options.gain), options.offset, destination.get()));
+    std::unique_ptr<ArithAgent> agent(
+        ArithFact(a.image.get(), placement.origin, placement.roi, b != nullptr ? b->image.get() : nullptr, op,
+                  static_cast<float>(options.gain), options.offset, destination.get()));
     if (!agent) throw InputError("the arithmetic agent could not be made (out of memory?)");
     const Band band = ParseBand(options.band, &problem).value_or(Band{});
     agent->SetBand(band.low, band.high);
@@ -81,7 +91,8 @@ Json Compute(const ArithOptions& options, DecodedImage& a, DecodedImage* b, std:
                 {"output_non_zero", results.word[1]}};
     if (b != nullptr) record["b"] = ImageRecord(options.b, *b);
     char line[256];
-    std::snprintf(line, sizeof line, "%s %s%s%s -> %s (%s): gain %g = %d / 2^%d, offset %d; output sum %u, %d non-zero\n",
+    std::snprintf(line, sizeof line,
+                  "%s %s%s%s -> %s (%s): gain %g = %d / 2^%d, offset %d; output sum %u, %d non-zero\n",
                   options.op.c_str(), options.a.c_str(), b != nullptr ? " " : "", options.b.c_str(),
                   options.out.c_str(), ImageSize(*destination).c_str(), agent->Gain(), agent->Multiplier(),
                   agent->Shift(), agent->Offset(), static_cast<uint32_t>(results.word[0]), results.word[1]);
@@ -128,10 +139,11 @@ int RunArith(const ArithOptions& options) {
 CommandRun AddArithCommand(CLI::App& program) {
     auto options = std::make_shared<ArithOptions>();
     CLI::App* command = program.add_subcommand(
-        "arith", "Compute a new image pixel by pixel from image A (not, negate, copy, binarize, maskshift, abs, "
-                 "passrange) or from images A and B (add, sub, diff, and, or, xor, min, max, mult), then "
-                 "apply gain x value + offset, with the library's arithmetic agent and its clipping rules. "
-                 "The output has the size of the region; B is read from its top-left corner.");
+        "arith",
+        "Compute a new image pixel by pixel from image A (not, negate, copy, binarize, maskshift, abs, "
+        "passrange) or from images A and B (add, sub, diff, and, or, xor, min, max, mult), then "
+        "apply gain x value + offset, with the library's arithmetic agent and its clipping rules. "
+        "The output has the size of the region; B is read from its top-left corner.");
     command->add_option("op", options->op, "Operation")->required()->check(CLI::IsMember(ArithOps()));
     command->add_option("a", options->a, "Image A")->required();
     command->add_option("b", options->b, "Image B, for the two-image operations");
@@ -141,7 +153,8 @@ CommandRun AddArithCommand(CLI::App& program) {
     command->add_option("--offset", options->offset, "Offset added to every result, -65536 to 65791")
         ->check(CLI::Range(-65536, 65791))
         ->capture_default_str();
-    command->add_option("--roi", options->roi, "Region x,y,w,h of A (default: all of A)")->check(RegionValidator());
+    command->add_option("--roi", options->roi, "Region x,y,w,h of A (default: all of A)")
+        ->check(RegionValidator());
     command->add_option("--band", options->band, "LOW:HIGH for binarize and passrange")
         ->check(BandValidator())
         ->capture_default_str();

@@ -22,7 +22,9 @@ constexpr uint32_t kLabelColour = 0xFFFF00;
 constexpr uint32_t kRegionColour = 0x4060FF;
 constexpr int kTableRows = 20;
 
-const char* Kind(const Blob& blob) { return blob.Color() == 0 ? "object" : "hole"; }
+const char* Kind(const Blob& blob) {
+    return blob.Color() == 0 ? "object" : "hole";
+}
 
 Json BoxRecord(const Blob& blob) {
     Rect r;
@@ -32,7 +34,8 @@ Json BoxRecord(const Blob& blob) {
 
 Json TreeRecord(const Blob& blob) {
     Json children = Json::array();
-    for (const Blob* c = blob.FirstChild(); c != nullptr; c = c->NextSibling()) children.push_back(TreeRecord(*c));
+    for (const Blob* c = blob.FirstChild(); c != nullptr; c = c->NextSibling())
+        children.push_back(TreeRecord(*c));
     return Json{{"label", blob.Label()}, {"kind", Kind(blob)}, {"children", children}};
 }
 
@@ -40,7 +43,8 @@ Json RegionsRecord(const BlobResult& result, const std::vector<FeatureName>& fea
     Json regions = Json::array();
     for (Blob* blob : result.Blobs()) {
         Json children = Json::array();
-        for (const Blob* c = blob->FirstChild(); c != nullptr; c = c->NextSibling()) children.push_back(c->Label());
+        for (const Blob* c = blob->FirstChild(); c != nullptr; c = c->NextSibling())
+            children.push_back(c->Label());
         Json values;
         for (const FeatureName& f : features) values[f.name] = blob->GetFeat(f.number);
         const Blob* parent = blob->Parent();
@@ -55,20 +59,25 @@ Json RegionsRecord(const BlobResult& result, const std::vector<FeatureName>& fea
 }
 
 std::string TableOf(const BlobResult& result) {
-    std::string table = "  label  kind     area  holes   centroid x, y      box left,top - right,bottom   major  minor  angle\n";
+    std::string table =
+        "  label  kind     area  holes   centroid x, y      box left,top - right,bottom   major  minor  "
+        "angle\n";
     int shown = 0;
     for (Blob* blob : result.Blobs()) {
         if (shown++ == kTableRows) {
-            table += "  ... and " + std::to_string(result.NParts() - kTableRows) + " more regions (see the JSON)\n";
+            table += "  ... and " + std::to_string(result.NParts() - kTableRows) +
+                     " more regions (see the JSON)\n";
             break;
         }
         Rect r;
         blob->BoundingBox(r);
         char line[200];
-        std::snprintf(line, sizeof line, "  %5d  %-6s %7d  %5d  %7.1f, %7.1f   %5d,%5d - %5d,%5d    %6.1f %6.1f %6.1f\n",
-                      blob->Label(), Kind(*blob), blob->Area(), blob->NumHoles(), blob->GetFeat(BF_CENTROID_X),
-                      blob->GetFeat(BF_CENTROID_Y), r.left, r.top, r.right, r.bottom, blob->GetFeat(BF_MAJOR_AXIS),
-                      blob->GetFeat(BF_MINOR_AXIS), blob->GetFeat(BF_AXIS_ANGLE) * 180.0 / kPi);
+        std::snprintf(line, sizeof line,
+                      "  %5d  %-6s %7d  %5d  %7.1f, %7.1f   %5d,%5d - %5d,%5d    %6.1f %6.1f %6.1f\n",
+                      blob->Label(), Kind(*blob), blob->Area(), blob->NumHoles(),
+                      blob->GetFeat(BF_CENTROID_X), blob->GetFeat(BF_CENTROID_Y), r.left, r.top, r.right,
+                      r.bottom, blob->GetFeat(BF_MAJOR_AXIS), blob->GetFeat(BF_MINOR_AXIS),
+                      blob->GetFeat(BF_AXIS_ANGLE) * 180.0 / kPi);
         table += line;
     }
     return table;
@@ -120,7 +129,8 @@ void DrawLabel(HalvardMetaDC* dc, const Blob& blob, int textScale) {
     dc->TextAt(x, y, text);
 }
 
-void WriteOverlay(const std::string& path, const Buffer& image, const Placement& placement, BlobResult& result) {
+void WriteOverlay(const std::string& path, const Buffer& image, const Placement& placement,
+                  BlobResult& result) {
     const int w = image.Width(), h = image.Height();
     std::vector<uint8_t> rgb(static_cast<size_t>(w) * h * 3);
     for (int y = 0; y < h; ++y) {
@@ -160,13 +170,15 @@ Json AnalyseBlobs(Buffer& image, const Placement& placement, const BlobParams& p
     if (!agent) throw InputError("the blob agent could not be made (out of memory?)");
     agent->SetStep(params.step.x, params.step.y);
     agent->SetAreaLimits(params.minArea, params.maxArea);
-    agent->SetFilterFlags(BLOB_FILTER_BORDER_CHILDREN | BLOB_FILTER_GREY | (params.noBorder ? BLOB_FILTER_BORDER : 0));
+    agent->SetFilterFlags(BLOB_FILTER_BORDER_CHILDREN | BLOB_FILTER_GREY |
+                          (params.noBorder ? BLOB_FILTER_BORDER : 0));
     agent->SetOptions(BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS | BLOB_OPT_BOUNDARY | BLOB_OPT_RADII |
                       BLOB_OPT_LENGTH_WIDTH);
     const int status = agent->Go();
     if (status == BLOB_ERR_TOO_COMPLEX) {
-        throw InputError("too many regions for blob analysis (image too complex): narrow the band, use a "
-                         "coarser --step or a smaller --roi");
+        throw InputError(
+            "too many regions for blob analysis (image too complex): narrow the band, use a "
+            "coarser --step or a smaller --roi");
     }
     if (status != 0) throw InputError("blob analysis failed with status " + std::to_string(status));
     int objects = 0, holes = 0;
@@ -254,7 +266,8 @@ int RunBlob(const BlobOptions& options) {
         return 2;
     }
     std::vector<std::string> overlays(inputs.size());
-    if (!options.overlay.empty() && !OutputPaths(options.overlay, inputs, "-overlay.png", &overlays, &problem)) {
+    if (!options.overlay.empty() &&
+        !OutputPaths(options.overlay, inputs, "-overlay.png", &overlays, &problem)) {
         PrintError("blob", "--overlay", problem);
         return 1;
     }
@@ -270,22 +283,26 @@ int RunBlob(const BlobOptions& options) {
 CommandRun AddBlobCommand(CLI::App& program) {
     auto options = std::make_shared<BlobOptions>();
     CLI::App* command = program.add_subcommand(
-        "blob", "Blob analysis with the library's blob agent: pixels with LOW <= value <= HIGH are objects "
-                "(8-connected), the rest background (4-connected); every object and hole is measured and placed "
-                "in a tree (objects contain holes, holes contain objects). Writes the regions, their features "
-                "and the tree as JSON, a colour overlay (boundaries: objects green, holes orange; centroids "
-                "red; principal axes cyan; labels yellow; the --roi in blue) and prints a table.");
-    command->add_option("images", options->inputs, "Images (PNG, PGM, PBM, PPM) or folders of images")->required();
+        "blob",
+        "Blob analysis with the library's blob agent: pixels with LOW <= value <= HIGH are objects "
+        "(8-connected), the rest background (4-connected); every object and hole is measured and placed "
+        "in a tree (objects contain holes, holes contain objects). Writes the regions, their features "
+        "and the tree as JSON, a colour overlay (boundaries: objects green, holes orange; centroids "
+        "red; principal axes cyan; labels yellow; the --roi in blue) and prints a table.");
+    command->add_option("images", options->inputs, "Images (PNG, PGM, PBM, PPM) or folders of images")
+        ->required();
     command->add_option("--band", options->band, "Grey values LOW:HIGH that are object pixels, e.g. 0:100")
         ->required()
         ->check(BandValidator());
     command->add_option("--roi", options->roi, "Region x,y,w,h to analyse (default: the whole image)")
         ->check(RegionValidator());
-    command->add_option("--mask", options->mask,
-                        "Mask image the size of the region: only pixels under its non-zero pixels can be objects");
-    command->add_option("--min-area", options->minArea,
-                        "Smallest filled area kept; smaller objects go with their holes, smaller holes are "
-                        "filled into their object")
+    command->add_option(
+        "--mask", options->mask,
+        "Mask image the size of the region: only pixels under its non-zero pixels can be objects");
+    command
+        ->add_option("--min-area", options->minArea,
+                     "Smallest filled area kept; smaller objects go with their holes, smaller holes are "
+                     "filled into their object")
         ->check(CLI::Range(1, 2147483647))
         ->capture_default_str();
     command->add_option("--max-area", options->maxArea, "Largest filled area kept (its holes are kept)")
@@ -293,24 +310,29 @@ CommandRun AddBlobCommand(CLI::App& program) {
         ->capture_default_str();
     command->add_flag("--no-border", options->noBorder,
                       "Drop regions that touch the region's border, with their holes");
-    command->add_option("--step", options->step,
-                        "Sample every X-th pixel of every Y-th row (edges stay exact to the pixel), 1..64")
+    command
+        ->add_option("--step", options->step,
+                     "Sample every X-th pixel of every Y-th row (edges stay exact to the pixel), 1..64")
         ->check(StepValidator())
         ->capture_default_str();
     command->add_option("--features", options->features, "Features in the JSON, comma-separated, or 'all'")
         ->capture_default_str();
-    command->add_option("--json", options->json, "Write the regions, features and tree of every image to this file");
+    command->add_option("--json", options->json,
+                        "Write the regions, features and tree of every image to this file");
     command->add_option("--overlay", options->overlay,
                         "Write the overlay PNG here; a folder when there are several images");
     AddJobsOption(command, &options->jobs);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     std::string names;
     for (const FeatureName& f : AllBlobFeatures()) names += (names.empty() ? "" : ", ") + std::string(f.name);
-    command->footer("Feature names (positions are in image coordinates; left, right, top, bottom are relative to\n"
-                    "the region): " + names + ".\n\n"
-                    "Example:\n  ombrel blob part.png --band 0:100 --min-area 20 --no-border --json part.json "
-                    "--overlay part-overlay.png\n  ombrel blob shots/ --band 0:90 --jobs 2 --json shots.json "
-                    "--overlay shots-overlays/");
+    command->footer(
+        "Feature names (positions are in image coordinates; left, right, top, bottom are relative to\n"
+        "the region): " +
+        names +
+        ".\n\n"
+        "Example:\n  ombrel blob part.png --band 0:100 --min-area 20 --no-border --json part.json "
+        "--overlay part-overlay.png\n  ombrel blob shots/ --band 0:90 --jobs 2 --json shots.json "
+        "--overlay shots-overlays/");
     return [options] { return RunBlob(*options); };
 }
 

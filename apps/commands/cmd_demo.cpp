@@ -75,22 +75,26 @@ int RunDemo(const DemoOptions& options) {
         PrintError("demo", "output", e.what());
         return 1;
     }
-    const auto holed = std::count_if(parts.begin(), parts.end(), [](const auto& p) { return p.holeRadius > 0; });
-    std::printf("Ombrel demo: a synthetic inspection scene, %d x %d pixels: %zu dark parts (%td with a hole)\n"
-                "on a lit, noisy background, with a scratch and a speck as defects.\n\n",
-                kSceneWidth, kSceneHeight, parts.size(), holed);
+    const auto holed =
+        std::count_if(parts.begin(), parts.end(), [](const auto& p) { return p.holeRadius > 0; });
+    std::printf(
+        "Ombrel demo: a synthetic inspection scene, %d x %d pixels: %zu dark parts (%td with a hole)\n"
+        "on a lit, noisy background, with a scratch and a speck as defects.\n\n",
+        kSceneWidth, kSceneHeight, parts.size(), holed);
     std::printf("%s\n", text.c_str());
-    std::printf("Files written:\n"
-                "  %-28s the scene (8-bit grey PNG)\n"
-                "  %-28s what blob analysis found: boundaries (objects green, holes orange),\n"
-                "  %-28s centroids, principal axes and labels\n"
-                "  %-28s histogram, regions, features and the tree of objects and holes\n\n",
-                scenePath.c_str(), overlayPath.c_str(), "", jsonPath.c_str());
-    std::printf("Next, on the scene or your own images:\n"
-                "  ombrel blob %s --band 0:100 --min-area 20 --json parts.json --overlay parts.png\n"
-                "  ombrel hist %s --bins 32\n"
-                "  ombrel --help\n",
-                scenePath.c_str(), scenePath.c_str());
+    std::printf(
+        "Files written:\n"
+        "  %-28s the scene (8-bit grey PNG)\n"
+        "  %-28s what blob analysis found: boundaries (objects green, holes orange),\n"
+        "  %-28s centroids, principal axes and labels\n"
+        "  %-28s histogram, regions, features and the tree of objects and holes\n\n",
+        scenePath.c_str(), overlayPath.c_str(), "", jsonPath.c_str());
+    std::printf(
+        "Next, on the scene or your own images:\n"
+        "  ombrel blob %s --band 0:100 --min-area 20 --json parts.json --overlay parts.png\n"
+        "  ombrel hist %s --bins 32\n"
+        "  ombrel --help\n",
+        scenePath.c_str(), scenePath.c_str());
     return 0;
 }
 
@@ -99,8 +103,9 @@ int RunDemo(const DemoOptions& options) {
 CommandRun AddDemoCommand(CLI::App& program) {
     auto options = std::make_shared<DemoOptions>();
     CLI::App* command = program.add_subcommand(
-        "demo", "Make a synthetic inspection scene (parts with holes, a scratch and a speck on a lit, noisy "
-                "background), analyse it, and write the scene, the results as JSON and an overlay to a folder.");
+        "demo",
+        "Make a synthetic inspection scene (parts with holes, a scratch and a speck on a lit, noisy "
+        "background), analyse it, and write the scene, the results as JSON and an overlay to a folder.");
     command->add_option("-o,--out", options->out, "Folder for the outputs (created when missing)")
         ->capture_default_str();
     command->footer("Example:\n  ombrel demo --out ombrel-demo");

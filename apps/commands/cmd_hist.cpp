@@ -42,7 +42,8 @@ std::string Format(const char* format, double a, double b, double c) {
 
 }  // namespace
 
-Json AnalyseHistogram(Buffer& image, const Placement& placement, const HistogramParams& params, std::string* table) {
+Json AnalyseHistogram(Buffer& image, const Placement& placement, const HistogramParams& params,
+                      std::string* table) {
     std::vector<int> bins;
     std::unique_ptr<HistogramAgent> agent(
         HistogramFact(&image, static_cast<HistRes>(params.bins), placement.origin, placement.roi, &bins));
@@ -59,9 +60,10 @@ Json AnalyseHistogram(Buffer& image, const Placement& placement, const Histogram
     record["std_dev"] = agent->StdDev();
     record["median"] = agent->Median();
     record["counts"] = bins;
-    *table += "  histogram: " + std::to_string(params.bins) + " bins, " + std::to_string(agent->PixelCount()) +
-              " non-zero pixels, " +
-              Format("mean %.0f, std dev %.2f, median %.1f\n", agent->Mean(), agent->StdDev(), agent->Median());
+    *table +=
+        "  histogram: " + std::to_string(params.bins) + " bins, " + std::to_string(agent->PixelCount()) +
+        " non-zero pixels, " +
+        Format("mean %.0f, std dev %.2f, median %.1f\n", agent->Mean(), agent->StdDev(), agent->Median());
     *table += "  0 |" + Sparkline(bins) + "| 255\n";
     return record;
 }
@@ -106,10 +108,11 @@ int RunHist(const HistOptions& options) {
 CommandRun AddHistCommand(CLI::App& program) {
     auto options = std::make_shared<HistOptions>();
     CLI::App* command = program.add_subcommand(
-        "hist", "Count the grey values of each image (or of a region or masked region of it) into bins and "
-                "report the pixel count, sum, mean, standard deviation and median, as the library's histogram "
-                "agent computes them. As in the library, zero-valued pixels are binned but not counted in "
-                "pixel_count, and the mean divides the sum by that count.");
+        "hist",
+        "Count the grey values of each image (or of a region or masked region of it) into bins and "
+        "report the pixel count, sum, mean, standard deviation and median, as the library's histogram "
+        "agent computes them. As in the library, zero-valued pixels are binned but not counted in "
+        "pixel_count, and the mean divides the sum by that count.");
     command->add_option("images", options->inputs, "Images (PNG, PGM, PBM, PPM) or folders of images")
         ->required();
     command->add_option("-b,--bins", options->params.bins, "Number of bins (256 gives one per grey value)")
@@ -117,11 +120,13 @@ CommandRun AddHistCommand(CLI::App& program) {
         ->capture_default_str();
     command->add_option("--roi", options->roi, "Region x,y,w,h to count (default: the whole image)")
         ->check(RegionValidator());
-    command->add_option("--mask", options->mask,
-                        "Mask image the size of the region: only pixels under its non-zero pixels are counted");
+    command->add_option(
+        "--mask", options->mask,
+        "Mask image the size of the region: only pixels under its non-zero pixels are counted");
     command->add_flag("--signed", options->params.signedPixels,
                       "Read pixels as signed bytes for the sum, mean and bin centres");
-    command->add_option("--json", options->json, "Write the counts and statistics of every image to this file");
+    command->add_option("--json", options->json,
+                        "Write the counts and statistics of every image to this file");
     AddJobsOption(command, &options->jobs);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer("Example:\n  ombrel hist part.png --roi 100,80,200,150 --bins 64 --json part-hist.json");

@@ -12,8 +12,8 @@ namespace {
 
 const std::map<std::string, MaskOp>& MaskOps() {
     static const std::map<std::string, MaskOp> ops = {
-        {"add", MASK_ADD}, {"sub", MASK_SUB}, {"absdiff", MASK_ABSDIFF}, {"and", MASK_AND},
-        {"or", MASK_OR},   {"xor", MASK_XOR}, {"copy", MASK_COPY},       {"min", MASK_MIN},
+        {"add", MASK_ADD}, {"sub", MASK_SUB},  {"absdiff", MASK_ABSDIFF}, {"and", MASK_AND},
+        {"or", MASK_OR},   {"xor", MASK_XOR},  {"copy", MASK_COPY},       {"min", MASK_MIN},
         {"max", MASK_MAX}, {"band", MASK_BAND}};
     return ops;
 }
@@ -38,8 +38,8 @@ FileOutcome MaskOne(const MaskOptions& options, const std::optional<Region>& reg
     auto destination = detail::AllocateGrey(placement.region.width, placement.region.height, &error);
     if (!destination) throw InputError(error);
     const MaskOp op = MaskOps().at(options.op);
-    std::unique_ptr<MaskAgent> agent(
-        MaskFact(decoded.image.get(), destination.get(), placement.origin, placement.roi, band.low, band.high, op));
+    std::unique_ptr<MaskAgent> agent(MaskFact(decoded.image.get(), destination.get(), placement.origin,
+                                              placement.roi, band.low, band.high, op));
     if (!agent) throw InputError("the mask agent could not be made (out of memory?)");
     const int status = agent->Go();
     if (status != 0) throw InputError("the mask agent failed with status " + std::to_string(status));
@@ -56,8 +56,8 @@ FileOutcome MaskOne(const MaskOptions& options, const std::optional<Region>& reg
     outcome.record["output"] = output;
     outcome.record["non_zero_pixels"] = nonZero;
     outcome.table = input + ": " + options.op + " under the mask -> " + output + " (" +
-                    std::to_string(destination->Width()) + " x " + std::to_string(destination->Height()) + ", " +
-                    std::to_string(nonZero) + " non-zero pixels)\n";
+                    std::to_string(destination->Width()) + " x " + std::to_string(destination->Height()) +
+                    ", " + std::to_string(nonZero) + " non-zero pixels)\n";
     return outcome;
 }
 
@@ -95,29 +95,37 @@ int RunMask(const MaskOptions& options) {
 CommandRun AddMaskCommand(CLI::App& program) {
     auto options = std::make_shared<MaskOptions>();
     CLI::App* command = program.add_subcommand(
-        "mask", "Transfer the pixels of a region that lie under a mask into a new image the region's size, with "
-                "the library's mask agent; everything outside the mask is 0. The agent clears its output "
-                "first, so the combining operations act on 0: add, absdiff, or, xor, copy and max give a "
-                "masked copy, and and min give 0, sub the negated pixels, and band 1 where LOW <= pixel <= "
-                "HIGH (0 elsewhere).");
-    command->add_option("images", options->inputs, "Images (PNG, PGM, PBM, PPM) or folders of images")->required();
-    command->add_option("--mask", options->mask,
-                        "Mask image the size of the region; its non-zero pixels select (default: no mask, the "
-                        "whole region)");
+        "mask",
+        "Transfer the pixels of a region that lie under a mask into a new image the region's size, with "
+        "the library's mask agent; everything outside the mask is 0. The agent clears its output "
+        "first, so the combining operations act on 0: add, absdiff, or, xor, copy and max give a "
+        "masked copy, and and min give 0, sub the negated pixels, and band 1 where LOW <= pixel <= "
+        "HIGH (0 elsewhere).");
+    command->add_option("images", options->inputs, "Images (PNG, PGM, PBM, PPM) or folders of images")
+        ->required();
+    command->add_option(
+        "--mask", options->mask,
+        "Mask image the size of the region; its non-zero pixels select (default: no mask, the "
+        "whole region)");
     command->add_option("--roi", options->roi, "Region x,y,w,h of the image (default: the whole image)")
         ->check(RegionValidator());
-    command->add_option("--op", options->op, "Operation: add, sub, absdiff, and, or, xor, copy, min, max, band")
+    command
+        ->add_option("--op", options->op, "Operation: add, sub, absdiff, and, or, xor, copy, min, max, band")
         ->check(CLI::IsMember(MaskOps()))
         ->capture_default_str();
-    command->add_option("--band", options->band, "LOW:HIGH for --op band")->check(BandValidator())->capture_default_str();
-    command->add_option("-o,--out", options->out,
-                        "Output image (.png, .pgm, .pbm); a folder when there are several images")
+    command->add_option("--band", options->band, "LOW:HIGH for --op band")
+        ->check(BandValidator())
+        ->capture_default_str();
+    command
+        ->add_option("-o,--out", options->out,
+                     "Output image (.png, .pgm, .pbm); a folder when there are several images")
         ->required();
     command->add_option("--json", options->json, "Write what was done for every image to this file");
     AddJobsOption(command, &options->jobs);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
-    command->footer("Example:\n  ombrel mask part.png --mask inspect-area.png --roi 40,30,320,240 --out masked.png\n"
-                    "  ombrel mask part.png --op band --band 0:90 --out dark.pbm   (.pbm shows the 0/1 image)");
+    command->footer(
+        "Example:\n  ombrel mask part.png --mask inspect-area.png --roi 40,30,320,240 --out masked.png\n"
+        "  ombrel mask part.png --op band --band 0:90 --out dark.pbm   (.pbm shows the 0/1 image)");
     return [options] { return RunMask(*options); };
 }
 

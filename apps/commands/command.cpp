@@ -44,7 +44,8 @@ Placement PlaceRegion(const Buffer& image, const std::optional<Region>& region, 
     if (mask->Width() != placement.region.width || mask->Height() != placement.region.height) {
         throw InputError("mask " + maskPath + " is " + std::to_string(mask->Width()) + " x " +
                          std::to_string(mask->Height()) + " pixels but the region is " +
-                         std::to_string(placement.region.width) + " x " + std::to_string(placement.region.height));
+                         std::to_string(placement.region.width) + " x " +
+                         std::to_string(placement.region.height));
     }
     placement.roi = ROI(mask);  // copied into the region's own one-bit mask
     if (placement.roi.GetMaskbits() == nullptr || placement.roi.GetMaskbits()->BaseAddr() == nullptr) {
@@ -69,13 +70,16 @@ Json RegionRecord(const Placement& placement) {
 }
 
 void AddJobsOption(CLI::App* command, int* jobs) {
-    command->add_option("-j,--jobs", *jobs, "Images processed at once, each on its own thread with its own agents")
+    command
+        ->add_option("-j,--jobs", *jobs,
+                     "Images processed at once, each on its own thread with its own agents")
         ->check(CLI::Range(1, 256))
         ->capture_default_str();
 }
 
 CLI::Validator OutputImageValidator() {
-    return CLI::Validator([](std::string& path) { return OutputFormatProblem(path); }, "OUT.png|OUT.pgm|OUT.pbm");
+    return CLI::Validator([](std::string& path) { return OutputFormatProblem(path); },
+                          "OUT.png|OUT.pgm|OUT.pbm");
 }
 
 }  // namespace ombrel::cli

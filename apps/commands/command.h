@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <ombrel/framework/buffer.h>
 #include <ombrel/framework/roi.h>
+#include <CLI/CLI.hpp>
 
 #include "../batch.h"
 #include "../image_io.h"
@@ -31,7 +31,7 @@ const std::vector<Command>& Commands();
 
 // A failure of one input that the batch runner reports as "ombrel CMD: FILE: problem".
 class InputError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 

@@ -12,11 +12,8 @@ CommandRun AddMaskCommand(CLI::App& program);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
-        {"demo", AddDemoCommand},
-        {"arith", AddArithCommand},
-        {"blob", AddBlobCommand},
-        {"hist", AddHistCommand},
-        {"mask", AddMaskCommand},
+        {"demo", AddDemoCommand}, {"arith", AddArithCommand}, {"blob", AddBlobCommand},
+        {"hist", AddHistCommand}, {"mask", AddMaskCommand},
     };
     return commands;
 }

@@ -39,18 +39,20 @@ TEST(OptionValues, AcceptTheirRangeAndExplainRefusals) {
 
     // A region must lie wholly inside the image; the message gives both sizes.
     EXPECT_EQ(RegionProblem(Region{0, 0, 640, 480}, 640, 480), "");
-    EXPECT_EQ(RegionProblem(Region{1, 0, 640, 480}, 640, 480), "region 1,0,640,480 lies outside the 640 x 480 image");
+    EXPECT_EQ(RegionProblem(Region{1, 0, 640, 480}, 640, 480),
+              "region 1,0,640,480 lies outside the 640 x 480 image");
     EXPECT_NE(RegionProblem(Region{0, 479, 1, 2}, 640, 480), "");
     EXPECT_NE(RegionProblem(Region{1000000, 0, 1000000, 1}, 640, 480), "");
 }
 
 class BatchFiles : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         _dir = fs::temp_directory_path() / ("ombrel_batch_" + std::to_string(::getpid()));
         fs::create_directories(_dir / "shots");
         fs::create_directories(_dir / "empty");
-        for (const char* name : {"b.pgm", "a.png", "notes.txt", "c.PNG"}) std::ofstream(_dir / "shots" / name) << "x";
+        for (const char* name : {"b.pgm", "a.png", "notes.txt", "c.PNG"})
+            std::ofstream(_dir / "shots" / name) << "x";
     }
     void TearDown() override { fs::remove_all(_dir); }
     fs::path _dir;

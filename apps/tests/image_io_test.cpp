@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 class ImageFiles : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         _dir = fs::temp_directory_path() / ("ombrel_io_" + std::to_string(::getpid()));
         fs::create_directories(_dir);
@@ -45,14 +45,16 @@ DecodedImage Decode(const std::vector<uint8_t>& bytes, const DecodeLimits& limit
 
 std::vector<uint8_t> Pixels(const Buffer& image) {
     std::vector<uint8_t> out;
-    for (int y = 0; y < image.Height(); ++y) out.insert(out.end(), image.Row(y), image.Row(y) + image.Width());
+    for (int y = 0; y < image.Height(); ++y)
+        out.insert(out.end(), image.Row(y), image.Row(y) + image.Width());
     return out;
 }
 
 // The library's BT.601 tables, which the reader promises to use.
 uint8_t TableGrey(int r, int g, int b) {
-    return static_cast<uint8_t>(
-        (ColorUtilities::RedToGrey()[r] + ColorUtilities::GreenToGrey()[g] + ColorUtilities::BlueToGrey()[b]) >> 16);
+    return static_cast<uint8_t>((ColorUtilities::RedToGrey()[r] + ColorUtilities::GreenToGrey()[g] +
+                                 ColorUtilities::BlueToGrey()[b]) >>
+                                16);
 }
 
 TEST_F(ImageFiles, PngVariantsBecomeDocumentedGrey) {

@@ -37,10 +37,12 @@ std::string Slurp(const fs::path& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-cv::Mat AsMat(const Buffer& b) { return cv::Mat(b.Height(), b.Width(), CV_8UC1, b.BaseAddr(), b.Pitch()).clone(); }
+cv::Mat AsMat(const Buffer& b) {
+    return cv::Mat(b.Height(), b.Width(), CV_8UC1, b.BaseAddr(), b.Pitch()).clone();
+}
 
 class Program : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         _dir = fs::temp_directory_path() / ("ombrel_cli_" + std::to_string(::getpid()) + "_" +
                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
@@ -51,22 +53,26 @@ protected:
 
     // Runs the program with `args` (a shell-quoted string), optionally behind a shell prefix.
     RunResult Ombrel(const std::string& args, const std::string& prefix = "") const {
-        const std::string command = prefix + " " + OMBREL_PROGRAM + " " + args + " >" + P("stdout") + " 2>" + P("stderr");
+        const std::string command =
+            prefix + " " + OMBREL_PROGRAM + " " + args + " >" + P("stdout") + " 2>" + P("stderr");
         const int raw = std::system(command.c_str());
         return RunResult{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, Slurp(P("stdout")), Slurp(P("stderr"))};
     }
     json Json(const std::string& name) const { return json::parse(Slurp(P(name))); }
-    void Write(const std::string& name, const std::string& bytes) const { std::ofstream(P(name), std::ios::binary) << bytes; }
+    void Write(const std::string& name, const std::string& bytes) const {
+        std::ofstream(P(name), std::ios::binary) << bytes;
+    }
 
     fs::path _dir;
 };
 
 // The settings `ombrel blob` documents: moments, boundary, radii, length/width and grey sums on.
-std::unique_ptr<BlobAgent> LibraryBlob(Buffer* image, Point origin, const ROI& roi, BlobResult* result, int low,
-                                       int high, int minArea, bool noBorder) {
+std::unique_ptr<BlobAgent> LibraryBlob(Buffer* image, Point origin, const ROI& roi, BlobResult* result,
+                                       int low, int high, int minArea, bool noBorder) {
     std::unique_ptr<BlobAgent> agent(BlobFact(image, origin, roi, result, low, high));
     agent->SetAreaLimits(minArea, 2147483647);
-    agent->SetFilterFlags(BLOB_FILTER_BORDER_CHILDREN | BLOB_FILTER_GREY | (noBorder ? BLOB_FILTER_BORDER : 0));
+    agent->SetFilterFlags(BLOB_FILTER_BORDER_CHILDREN | BLOB_FILTER_GREY |
+                          (noBorder ? BLOB_FILTER_BORDER : 0));
     agent->SetOptions(BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS | BLOB_OPT_BOUNDARY | BLOB_OPT_RADII |
                       BLOB_OPT_LENGTH_WIDTH);
     EXPECT_EQ(agent->Go(), 0);
@@ -76,9 +82,10 @@ std::unique_ptr<BlobAgent> LibraryBlob(Buffer* image, Point origin, const ROI& r
 TEST_F(Program, BlobReportsWhatTheLibraryFindsAndDrawsIt) {
     auto scene = scenes::MakePartsScene(320, 240, 5, 7);
     ASSERT_TRUE(cv::imwrite(P("parts.png"), AsMat(*scene)));
-    const RunResult run = Ombrel("blob " + P("parts.png") + " --band 0:100 --roi 4,3,300,230 --min-area 30 --no-border "
-                           "--features area,centroid_x,centroid_y,perimeter,mean_grey,holes --json " + P("b.json") +
-                           " --overlay " + P("o.png"));
+    const RunResult run = Ombrel("blob " + P("parts.png") +
+                                 " --band 0:100 --roi 4,3,300,230 --min-area 30 --no-border "
+                                 "--features area,centroid_x,centroid_y,perimeter,mean_grey,holes --json " +
+                                 P("b.json") + " --overlay " + P("o.png"));
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_NE(run.out.find("objects"), std::string::npos);
     const json image = Json("b.json")["images"][0];
@@ -96,8 +103,8 @@ TEST_F(Program, BlobReportsWhatTheLibraryFindsAndDrawsIt) {
         EXPECT_EQ(region["kind"], blob->Color() == 0 ? "object" : "hole");
         Rect box;
         blob->BoundingBox(box);
-        EXPECT_EQ(region["bounding_box"], (json{{"left", box.left}, {"top", box.top}, {"right", box.right},
-                                                {"bottom", box.bottom}}));
+        EXPECT_EQ(region["bounding_box"],
+                  (json{{"left", box.left}, {"top", box.top}, {"right", box.right}, {"bottom", box.bottom}}));
         EXPECT_EQ(region["parent"], blob->GetFeat(BF_PARENT_LABEL));
         EXPECT_EQ(region["features"]["area"], blob->GetFeat(BF_AREA));
         EXPECT_EQ(region["features"]["centroid_x"], blob->GetFeat(BF_CENTROID_X));
@@ -132,7 +139,8 @@ TEST_F(Program, BlobReportsWhatTheLibraryFindsAndDrawsIt) {
             }
         }
     }
-    for (const json& region : blobs["regions"]) perimeters += region["kind"] == "object" ? region["features"]["perimeter"].get<double>() : 0;
+    for (const json& region : blobs["regions"])
+        perimeters += region["kind"] == "object" ? region["features"]["perimeter"].get<double>() : 0;
     EXPECT_GT(greenPixels, perimeters / 2);
 }
 
@@ -143,17 +151,22 @@ TEST_F(Program, HistogramMaskAndArithmeticMatchTheLibrary) {
     ASSERT_TRUE(cv::imwrite(P("b.png"), AsMat(*other)));
     cv::Mat maskImage(80, 100, CV_8UC1, cv::Scalar(0));
     for (int y = 0; y < 80; ++y)
-        for (int x = 0; x < 100; ++x) maskImage.at<uint8_t>(y, x) = ((x - 50) * (x - 50) + (y - 40) * (y - 40) < 1200) ? 255 : 0;
+        for (int x = 0; x < 100; ++x)
+            maskImage.at<uint8_t>(y, x) = ((x - 50) * (x - 50) + (y - 40) * (y - 40) < 1200) ? 255 : 0;
     ASSERT_TRUE(cv::imwrite(P("m.png"), maskImage));
     Buffer mask(100, 80, EIGHT);
     for (int y = 0; y < 80; ++y) std::memcpy(mask.Row(y), maskImage.ptr(y), 100);
     const ROI maskedRoi(&mask);
 
     // hist over a masked region, 64 bins.
-    ASSERT_EQ(Ombrel("hist " + P("a.pgm") + " --roi 10,20,100,80 --mask " + P("m.png") + " --bins 64 --json " + P("h.json")).status, 0);
+    ASSERT_EQ(Ombrel("hist " + P("a.pgm") + " --roi 10,20,100,80 --mask " + P("m.png") +
+                     " --bins 64 --json " + P("h.json"))
+                  .status,
+              0);
     const json h = Json("h.json")["images"][0]["histogram"];
     std::vector<int> bins;
-    std::unique_ptr<HistogramAgent> hist(HistogramFact(scene.get(), HISTRES_64, Point{10, 20}, maskedRoi, &bins));
+    std::unique_ptr<HistogramAgent> hist(
+        HistogramFact(scene.get(), HISTRES_64, Point{10, 20}, maskedRoi, &bins));
     ASSERT_EQ(hist->Go(), 0);
     EXPECT_EQ(h["counts"].get<std::vector<int>>(), bins);
     EXPECT_EQ(h["pixel_count"], hist->PixelCount());
@@ -163,16 +176,23 @@ TEST_F(Program, HistogramMaskAndArithmeticMatchTheLibrary) {
     EXPECT_EQ(h["median"], hist->Median());
 
     // mask with the band operation.
-    ASSERT_EQ(Ombrel("mask " + P("a.pgm") + " --roi 10,20,100,80 --mask " + P("m.png") + " --op band --band 90:160 --out " + P("masked.png")).status, 0);
+    ASSERT_EQ(Ombrel("mask " + P("a.pgm") + " --roi 10,20,100,80 --mask " + P("m.png") +
+                     " --op band --band 90:160 --out " + P("masked.png"))
+                  .status,
+              0);
     Buffer expected(100, 80, EIGHT);
-    std::unique_ptr<MaskAgent> maskAgent(MaskFact(scene.get(), &expected, Point{10, 20}, maskedRoi, 90, 160, MASK_BAND));
+    std::unique_ptr<MaskAgent> maskAgent(
+        MaskFact(scene.get(), &expected, Point{10, 20}, maskedRoi, 90, 160, MASK_BAND));
     ASSERT_EQ(maskAgent->Go(), 0);
     const cv::Mat masked = cv::imread(P("masked.png"), cv::IMREAD_UNCHANGED);
     ASSERT_EQ(masked.type(), CV_8UC1);
     EXPECT_EQ(cv::norm(masked, AsMat(expected), cv::NORM_INF), 0.0);
 
     // arith diff with a gain and an offset.
-    ASSERT_EQ(Ombrel("arith diff " + P("a.pgm") + " " + P("b.png") + " --gain 2.5 --offset 3 --out " + P("d.png") + " --json " + P("d.json")).status, 0);
+    ASSERT_EQ(Ombrel("arith diff " + P("a.pgm") + " " + P("b.png") + " --gain 2.5 --offset 3 --out " +
+                     P("d.png") + " --json " + P("d.json"))
+                  .status,
+              0);
     Buffer difference(200, 150, EIGHT);
     std::unique_ptr<ArithAgent> arith(ArithFact(scene.get(), other.get(), _ARITH_DIFF, 2.5f, 3, &difference));
     ASSERT_EQ(arith->Go(), 0);
@@ -191,7 +211,8 @@ TEST_F(Program, DemoWritesTheSceneItsOverlayAndTheLibrarysFindings) {
     const int w = report["scene"]["width"], h = report["scene"]["height"];
     auto scene = scenes::MakePartsScene(w, h, static_cast<int>(report["scene"]["parts_drawn"].size()),
                                         report["scene"]["seed"]);
-    EXPECT_EQ(cv::norm(cv::imread(P("demo/scene.png"), cv::IMREAD_UNCHANGED), AsMat(*scene), cv::NORM_INF), 0.0);
+    EXPECT_EQ(cv::norm(cv::imread(P("demo/scene.png"), cv::IMREAD_UNCHANGED), AsMat(*scene), cv::NORM_INF),
+              0.0);
     const cv::Mat overlay = cv::imread(P("demo/overlay.png"), cv::IMREAD_UNCHANGED);
     EXPECT_EQ(overlay.type(), CV_8UC3);
     EXPECT_EQ(overlay.size(), cv::Size(w, h));
@@ -211,7 +232,8 @@ TEST_F(Program, DemoWritesTheSceneItsOverlayAndTheLibrarysFindings) {
 TEST_F(Program, BatchesGoOnPastBadFilesAndNameThem) {
     fs::create_directories(_dir / "shots");
     for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(cv::imwrite(P("shots/good" + std::to_string(i) + ".png"), AsMat(*scenes::MakePartsScene(120, 90, 2, i))));
+        ASSERT_TRUE(cv::imwrite(P("shots/good" + std::to_string(i) + ".png"),
+                                AsMat(*scenes::MakePartsScene(120, 90, 2, i))));
     }
     const std::string png = Slurp(P("shots/good0.png"));
     Write("shots/cut.png", png.substr(0, png.size() / 2));
@@ -251,8 +273,10 @@ TEST_F(Program, UserMistakesGiveOneClearLineAndAFailingStatus) {
         std::string message;
     } cases[] = {
         {"hist " + P("missing.png"), 1, "ombrel hist: " + P("missing.png") + ": No such file or directory\n"},
-        {"blob " + P("img.png") + " --band 0:10 --roi 50,40,40,30", 1, "region 50,40,40,30 lies outside the 80 x 60 image"},
-        {"hist " + P("img.png") + " --mask " + P("img.png") + " --roi 0,0,10,10", 1, "is 80 x 60 pixels but the region is 10 x 10"},
+        {"blob " + P("img.png") + " --band 0:10 --roi 50,40,40,30", 1,
+         "region 50,40,40,30 lies outside the 80 x 60 image"},
+        {"hist " + P("img.png") + " --mask " + P("img.png") + " --roi 0,0,10,10", 1,
+         "is 80 x 60 pixels but the region is 10 x 10"},
         {"blob " + P("img.png") + " --band 300:10", 2, "--band"},
         {"blob " + P("img.png") + " --band 10:5", 2, "need 0 <= LOW <= HIGH <= 255"},
         {"blob " + P("img.png") + " --band 0:10 --features area,nonsense", 2, "unknown feature 'nonsense'"},
@@ -282,12 +306,10 @@ TEST_F(Program, AnImageLargerThanMemoryIsRefused) {
         }
         return c ^ 0xFFFFFFFFu;
     };
-    auto be32 = [](uint32_t v) {
-        return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
-    };
+    auto be32 = [](uint32_t v) { return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)}; };
     const std::string ihdr = "IHDR" + be32(30000) + be32(30000) + std::string("\x08\x00\x00\x00\x00", 5);
-    Write("huge.png", std::string("\x89PNG\r\n\x1A\n", 8) + be32(13) + ihdr + be32(crc(ihdr)) + be32(0) + "IDAT" + be32(crc("IDAT")) + be32(0) + "IEND" +
-                          be32(crc("IEND")));
+    Write("huge.png", std::string("\x89PNG\r\n\x1A\n", 8) + be32(13) + ihdr + be32(crc(ihdr)) + be32(0) +
+                          "IDAT" + be32(crc("IDAT")) + be32(0) + "IEND" + be32(crc("IEND")));
     const RunResult run = Ombrel("hist " + P("huge.png"), "ulimit -v 600000;");
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find(P("huge.png") + ": "), std::string::npos) << run.err;

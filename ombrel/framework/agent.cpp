@@ -18,7 +18,9 @@ void Agent::ResetCommonState() {
     _startTime = 0.0;
 }
 
-Agent::Agent() { ResetCommonState(); }
+Agent::Agent() {
+    ResetCommonState();
+}
 
 Agent::Agent(Buffer* src, Rect r) {
     Setup(src, r);
@@ -74,8 +76,12 @@ bool Agent::HaveWeTimedOut() const {
     return now - _startTime > _timeout * 0.001;
 }
 
-void Agent::RegisterRefreshCallback(RefreshCallback callback) { gRefreshCallback = callback; }
+void Agent::RegisterRefreshCallback(RefreshCallback callback) {
+    gRefreshCallback = callback;
+}
 
-Agent::RefreshCallback Agent::GetRefreshCallback() { return gRefreshCallback; }
+Agent::RefreshCallback Agent::GetRefreshCallback() {
+    return gRefreshCallback;
+}
 
 }  // namespace ombrel

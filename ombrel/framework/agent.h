@@ -12,7 +12,7 @@
 namespace ombrel {
 
 class Agent {
-public:
+  public:
     using RefreshCallback = void (*)();
 
     Agent();
@@ -52,7 +52,7 @@ public:
     static void RegisterRefreshCallback(RefreshCallback callback);
     static RefreshCallback GetRefreshCallback();
 
-protected:
+  protected:
     Buffer* _srcBuf = nullptr;
     Point _sPt;
     ROI _sRoi;
@@ -63,7 +63,7 @@ protected:
     double _timeout = 0.0;    // milliseconds
     double _startTime = 0.0;  // seconds
 
-private:
+  private:
     void ResetCommonState();
 };
 

@@ -12,7 +12,7 @@ namespace {
 
 // The smallest agent: counts Go calls and records what the integer SetExtent received.
 class ProbeAgent : public Agent {
-public:
+  public:
     using Agent::Agent;
     int Go() override { return ++runs; }
     void SetExtent(int w, int h) override {

@@ -6,9 +6,9 @@
 
 namespace ombrel {
 
-inline constexpr double kPi = 3.14159265358789;  // bits 0x400921FB54441C5B
-inline constexpr double kTwoPi = kPi + kPi;      // 6.28318530717578
-inline constexpr double kPiOver4 = kPi / 4.0;    // 0.7853981633969725
+inline constexpr double kPi = 3.14159265358789;           // bits 0x400921FB54441C5B
+inline constexpr double kTwoPi = kPi + kPi;               // 6.28318530717578
+inline constexpr double kPiOver4 = kPi / 4.0;             // 0.7853981633969725
 inline constexpr double kThreePiOver4 = 3.0 * kPi / 4.0;  // 2.3561944901909175
 inline constexpr double kMinusPiOver4 = -kPiOver4;
 inline constexpr double kMinusThreePiOver4 = -kThreePiOver4;

@@ -13,11 +13,17 @@ constexpr int64_t kRowAlignment = 64;
 // Far beyond any image, far below what 64-bit arithmetic on sizes can overflow.
 constexpr int64_t kMaxBufferBytes = int64_t{1} << 44;
 
-bool IsValidDepth(int depth) { return depth == ONE || depth == EIGHT || depth == SIXTEEN || depth == THIRTYTWO; }
+bool IsValidDepth(int depth) {
+    return depth == ONE || depth == EIGHT || depth == SIXTEEN || depth == THIRTYTWO;
+}
 
-int64_t AlignedPitch(int64_t rowBytes) { return (rowBytes + kRowAlignment - 1) / kRowAlignment * kRowAlignment; }
+int64_t AlignedPitch(int64_t rowBytes) {
+    return (rowBytes + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
+}
 
-bool GetBit(const uint8_t* row, int x) { return (row[x >> 3] >> (7 - (x & 7))) & 1; }
+bool GetBit(const uint8_t* row, int x) {
+    return (row[x >> 3] >> (7 - (x & 7))) & 1;
+}
 
 void SetBit(uint8_t* row, int x, bool on) {
     const uint8_t bit = static_cast<uint8_t>(0x80u >> (x & 7));
@@ -111,7 +117,8 @@ Buffer::Buffer(int w, int h, PixelDepth depth, PixelFormat pixelFormat, ImageFor
     Allocate(w, h, depth);
 }
 
-Buffer::Buffer(int w, int h, BankType bank, PixelDepth depth, PixelFormat pixelFormat, ImageFormat imageFormat)
+Buffer::Buffer(int w, int h, BankType bank, PixelDepth depth, PixelFormat pixelFormat,
+               ImageFormat imageFormat)
     : _type(HOST_BUFFER), _bank(bank), _pixelFormat(pixelFormat), _imageFormat(imageFormat) {
     Allocate(w, h, depth);
 }
@@ -138,8 +145,8 @@ Buffer::Buffer(Monster* board, MonsterAllocType alloc, BankType bank, int w, int
                PixelFormat pixelFormat, ImageFormat imageFormat)
     : Buffer(board, alloc, bank, w, h, 1, depth, pixelFormat, imageFormat) {}
 
-Buffer::Buffer(Monster* board, MonsterAllocType alloc, BankType bank, int w, int h, int frames, PixelDepth depth,
-               PixelFormat pixelFormat, ImageFormat imageFormat)
+Buffer::Buffer(Monster* board, MonsterAllocType alloc, BankType bank, int w, int h, int frames,
+               PixelDepth depth, PixelFormat pixelFormat, ImageFormat imageFormat)
     : _depth(depth),
       _type(MONSTER_BUFFER),
       _bank(bank),
@@ -177,13 +184,18 @@ void Buffer::ShapeLike(const Buffer* other, BankType bank, int w, int h) {
 }
 
 Buffer::Buffer(const Buffer* other) {
-    ShapeLike(other, other ? other->Bank() : HOST_BANK, other ? other->Width() : 0, other ? other->Height() : 0);
+    ShapeLike(other, other ? other->Bank() : HOST_BANK, other ? other->Width() : 0,
+              other ? other->Height() : 0);
 }
-Buffer::Buffer(const Buffer* other, int w, int h) { ShapeLike(other, other ? other->Bank() : HOST_BANK, w, h); }
+Buffer::Buffer(const Buffer* other, int w, int h) {
+    ShapeLike(other, other ? other->Bank() : HOST_BANK, w, h);
+}
 Buffer::Buffer(const Buffer* other, BankType bank) {
     ShapeLike(other, bank, other ? other->Width() : 0, other ? other->Height() : 0);
 }
-Buffer::Buffer(const Buffer* other, BankType bank, int w, int h) { ShapeLike(other, bank, w, h); }
+Buffer::Buffer(const Buffer* other, BankType bank, int w, int h) {
+    ShapeLike(other, bank, w, h);
+}
 Buffer::Buffer(const Buffer* other, MonsterAllocType alloc, int w, int h) {
     ShapeLike(other, other ? other->Bank() : HOST_BANK, w, h);
     _alloc = alloc;
@@ -193,7 +205,9 @@ Buffer::Buffer(const Buffer* other, MonsterAllocType alloc, BankType bank, int w
     _alloc = alloc;
 }
 
-Buffer::Buffer(const Buffer& other) { *this = other; }
+Buffer::Buffer(const Buffer& other) {
+    *this = other;
+}
 
 Buffer& Buffer::operator=(const Buffer& other) {
     if (this == &other) return *this;
@@ -219,14 +233,18 @@ Buffer& Buffer::operator=(const Buffer& other) {
     return *this;
 }
 
-Buffer::~Buffer() { Release(); }
+Buffer::~Buffer() {
+    Release();
+}
 
 int Buffer::CopyFrom(const Buffer* src) {
     if (src == nullptr) return BUFFER_BAD_SIZE;
     return CopyFrom(src, Rect{0, 0, src->Width(), src->Height()}, Point{0, 0});
 }
 
-int Buffer::CopyFrom(const Buffer* src, Rect r) { return CopyFrom(src, r, Point{0, 0}); }
+int Buffer::CopyFrom(const Buffer* src, Rect r) {
+    return CopyFrom(src, r, Point{0, 0});
+}
 
 int Buffer::CopyFrom(const Buffer* src, Rect r, Point p) {
     if (src == nullptr || src->BaseAddr() == nullptr || _base == nullptr) return BUFFER_BAD_SIZE;
@@ -248,8 +266,8 @@ int Buffer::CopyFrom(const Buffer* src, Rect r, Point p) {
     const int64_t w = std::min(width, int64_t{_width} - dx0);
     const int64_t h = std::min(height, int64_t{_height} - dy0);
     if (w <= 0 || h <= 0) return BUFFER_OK;
-    CopyBlock(*src, static_cast<int>(sx0), static_cast<int>(sy0), *this, static_cast<int>(dx0), static_cast<int>(dy0),
-              static_cast<int>(w), static_cast<int>(h));
+    CopyBlock(*src, static_cast<int>(sx0), static_cast<int>(sy0), *this, static_cast<int>(dx0),
+              static_cast<int>(dy0), static_cast<int>(w), static_cast<int>(h));
     return BUFFER_OK;
 }
 

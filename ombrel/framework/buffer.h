@@ -2,8 +2,8 @@
 // The image buffer every agent reads and writes.
 //
 // Pixel (x, y) of an 8-bit buffer is at BaseAddr() + y * Pitch() + x; 16- and 32-bit buffers hold native
-// little-endian words at BaseAddr() + y * Pitch() + x * 2 (or * 4); one-bit buffers hold eight pixels per byte,
-// most significant bit first, and every row starts on a whole byte (bits past the width are padding).
+// little-endian words at BaseAddr() + y * Pitch() + x * 2 (or * 4); one-bit buffers hold eight pixels per
+// byte, most significant bit first, and every row starts on a whole byte (bits past the width are padding).
 //
 // Buffers the library allocates have rows aligned to 64 bytes with a pitch that is a multiple of 64, zeroed
 // memory, and own their pixels. A buffer can also wrap pixels its caller owns (a frame grabber's memory, a
@@ -47,10 +47,11 @@ enum BufferError : int32_t {
 class Monster;  // the vision-processor board (board back end)
 
 class Buffer {
-public:
+  public:
     // Host buffers, zeroed. The first form reports HOST_BANK, the second the bank it is given.
     Buffer(int w, int h, PixelDepth depth, PixelFormat pixelFormat = 0, ImageFormat imageFormat = 1);
-    Buffer(int w, int h, BankType bank, PixelDepth depth, PixelFormat pixelFormat = 0, ImageFormat imageFormat = 1);
+    Buffer(int w, int h, BankType bank, PixelDepth depth, PixelFormat pixelFormat = 0,
+           ImageFormat imageFormat = 1);
     // Wraps `pixels` (not copied, not freed) as a host buffer of type HOST_WRAPPED_BUFFER.
     Buffer(uint8_t* pixels, int w, int h, int pitch, PixelDepth depth);
 
@@ -104,7 +105,7 @@ public:
     int CopyFrom(const Buffer* src, Rect r);
     int CopyFrom(const Buffer* src, Rect r, Point p);
 
-private:
+  private:
     void InitEmpty();
     void Allocate(int w, int h, PixelDepth depth);
     void ShapeLike(const Buffer* other, BankType bank, int w, int h);

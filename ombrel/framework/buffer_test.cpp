@@ -16,7 +16,9 @@ void FillPattern(Buffer& b) {
             b.Row(y)[i] = static_cast<uint8_t>(y * 31 + i * 7 + 1);
 }
 
-bool Bit(const Buffer& b, int x, int y) { return (b.Row(y)[x >> 3] >> (7 - (x & 7))) & 1; }
+bool Bit(const Buffer& b, int x, int y) {
+    return (b.Row(y)[x >> 3] >> (7 - (x & 7))) & 1;
+}
 
 TEST(Buffer, HostBuffersAreZeroedWithAlignedPitchForEveryDepth) {
     for (PixelDepth depth : {ONE, EIGHT, SIXTEEN, THIRTYTWO}) {
@@ -45,12 +47,18 @@ TEST(Buffer, BankTaggedHostBufferReportsItsBankAndAHostType) {
 }
 
 TEST(Buffer, BadSizesGiveAnErrorAndNoPixelsWithoutThrowing) {
-    struct Case { int w, h; int depth; int error; };
-    const std::vector<Case> cases = {
-        {0, 10, EIGHT, BUFFER_BAD_SIZE},       {10, 0, EIGHT, BUFFER_BAD_SIZE},
-        {-5, 10, EIGHT, BUFFER_BAD_SIZE},      {10, INT_MIN, ONE, BUFFER_BAD_SIZE},
-        {INT_MAX, INT_MAX, EIGHT, BUFFER_BAD_SIZE}, {INT_MAX, 2, THIRTYTWO, BUFFER_BAD_SIZE},
-        {10, 10, 7, BUFFER_BAD_DEPTH}};
+    struct Case {
+        int w, h;
+        int depth;
+        int error;
+    };
+    const std::vector<Case> cases = {{0, 10, EIGHT, BUFFER_BAD_SIZE},
+                                     {10, 0, EIGHT, BUFFER_BAD_SIZE},
+                                     {-5, 10, EIGHT, BUFFER_BAD_SIZE},
+                                     {10, INT_MIN, ONE, BUFFER_BAD_SIZE},
+                                     {INT_MAX, INT_MAX, EIGHT, BUFFER_BAD_SIZE},
+                                     {INT_MAX, 2, THIRTYTWO, BUFFER_BAD_SIZE},
+                                     {10, 10, 7, BUFFER_BAD_DEPTH}};
     for (const Case& c : cases) {
         Buffer b(c.w, c.h, static_cast<PixelDepth>(c.depth));
         EXPECT_EQ(b.GetError(), c.error) << c.w << "x" << c.h;

@@ -8,7 +8,9 @@
 
 namespace ombrel {
 
-EventLogger::~EventLogger() { ClearEvents(); }
+EventLogger::~EventLogger() {
+    ClearEvents();
+}
 
 void EventLogger::LogEvent(const char* text, int32_t value) {
     if (!_enabled.load(std::memory_order_relaxed)) return;

@@ -10,13 +10,13 @@
 namespace ombrel {
 
 struct LogEntry {
-    double time = 0.0;     // seconds, from EventLogger::Now()
-    int32_t value = 0;     // the caller's number
-    char text[132] = {};   // the caller's text; a longer text is cut to 131 characters, always terminated
+    double time = 0.0;    // seconds, from EventLogger::Now()
+    int32_t value = 0;    // the caller's number
+    char text[132] = {};  // the caller's text; a longer text is cut to 131 characters, always terminated
 };
 
 class EventLogger {
-public:
+  public:
     EventLogger() = default;
     ~EventLogger();
     EventLogger(const EventLogger&) = delete;
@@ -46,7 +46,7 @@ public:
     static double ConvertToMs(double seconds) { return seconds * 1000.0; }
     static double DeltaMs(double start, double end) { return (end - start) * 1000.0; }
 
-private:
+  private:
     std::mutex _mutex;
     std::deque<LogEntry*> _log;
     std::atomic<bool> _enabled{false};  // tested without the lock, as every LogEvent does first

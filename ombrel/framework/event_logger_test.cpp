@@ -70,7 +70,8 @@ TEST(EventLogger, ThreadsLoggingAtOnceLoseNoEntry) {
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
         threads.emplace_back([&log, t] {
-            for (int i = 0; i < kEach; ++i) log.LogEvent(("thread " + std::to_string(t)).c_str(), t * kEach + i);
+            for (int i = 0; i < kEach; ++i)
+                log.LogEvent(("thread " + std::to_string(t)).c_str(), t * kEach + i);
         });
     for (std::thread& thread : threads) thread.join();
     log.DisableLogging();

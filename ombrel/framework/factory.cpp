@@ -31,8 +31,9 @@ Implementation ChooseImplementation(std::initializer_list<BufferArg> buffers) {
 void NoteNoBoardBackEnd() {
     static std::once_flag once;
     std::call_once(once, [] {
-        aprintf("\nNOTE: board buffers were given, but this build of Ombrel has no board back end; "
-                "no agent was made.\n");
+        aprintf(
+            "\nNOTE: board buffers were given, but this build of Ombrel has no board back end; "
+            "no agent was made.\n");
     });
 }
 

@@ -51,6 +51,8 @@ SoftwareAgent* MakeAgent(std::initializer_list<BufferArg> buffers, Args&&... arg
 }
 
 // The rectangle of the four-int factory forms.
-inline Rect RectFromInts(int left, int top, int right, int bottom) { return Rect{left, top, right, bottom}; }
+inline Rect RectFromInts(int left, int top, int right, int bottom) {
+    return Rect{left, top, right, bottom};
+}
 
 }  // namespace ombrel

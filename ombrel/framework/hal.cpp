@@ -18,7 +18,7 @@ namespace {
 // Reports call a copy, outside the lock, so that a sink may itself report.
 template <class Sink>
 class GuardedSink {
-public:
+  public:
     explicit GuardedSink(Sink fallback) : _fallback(std::move(fallback)) {}
     Sink Exchange(Sink sink) {
         std::lock_guard lock(_mutex);
@@ -31,7 +31,7 @@ public:
         return _sink ? _sink : _fallback;
     }
 
-private:
+  private:
     std::mutex _mutex;
     Sink _sink;
     Sink _fallback;
@@ -87,27 +87,41 @@ int32_t saturateToInt32(int64_t value) {
 
 }  // namespace
 
-AssertSink SetAssertSink(AssertSink sink) { return assertSink().Exchange(std::move(sink)); }
+AssertSink SetAssertSink(AssertSink sink) {
+    return assertSink().Exchange(std::move(sink));
+}
 
 void handleAssert(const char* module, int line, const char* expression) {
     assertSink().Current()(module, line, expression);
 }
 
-TextSink SetTextSink(TextSink sink) { return textSink().Exchange(std::move(sink)); }
+TextSink SetTextSink(TextSink sink) {
+    return textSink().Exchange(std::move(sink));
+}
 
-#define OMBREL_EMIT(channel)         \
-    va_list args;                    \
-    va_start(args, format);          \
-    emit(channel, format, args);     \
+#define OMBREL_EMIT(channel)     \
+    va_list args;                \
+    va_start(args, format);      \
+    emit(channel, format, args); \
     va_end(args)
 
-void aprintf(const char* format, ...) { OMBREL_EMIT(TextChannel::Note); }
-void logPrintf(const char* format, ...) { OMBREL_EMIT(TextChannel::Log); }
-void debugPrintf(const char* format, ...) { OMBREL_EMIT(TextChannel::Debug); }
-void halHandleTrace(const char* format, ...) { OMBREL_EMIT(TextChannel::Trace); }
+void aprintf(const char* format, ...) {
+    OMBREL_EMIT(TextChannel::Note);
+}
+void logPrintf(const char* format, ...) {
+    OMBREL_EMIT(TextChannel::Log);
+}
+void debugPrintf(const char* format, ...) {
+    OMBREL_EMIT(TextChannel::Debug);
+}
+void halHandleTrace(const char* format, ...) {
+    OMBREL_EMIT(TextChannel::Trace);
+}
 #undef OMBREL_EMIT
 
-DebugWindowSink SetDebugWindowSink(DebugWindowSink sink) { return debugWindowSink().Exchange(std::move(sink)); }
+DebugWindowSink SetDebugWindowSink(DebugWindowSink sink) {
+    return debugWindowSink().Exchange(std::move(sink));
+}
 
 void DebugWndMsg(uint32_t messageClass, const char* format, ...) {
     va_list args;
@@ -134,7 +148,9 @@ FixDouble::FixDouble(double value, int fractionBits) : _raw(0), _fractionBits(fr
     }
 }
 
-double FixDouble::ToDouble() const { return std::ldexp(static_cast<double>(_raw), -_fractionBits); }
+double FixDouble::ToDouble() const {
+    return std::ldexp(static_cast<double>(_raw), -_fractionBits);
+}
 
 namespace {
 // Rounds the magnitude of a fixed-point value to an integer, adding `bias` (in raw units) before the shift,
@@ -142,7 +158,8 @@ namespace {
 int32_t magnitudeToInt32(const FixDouble& value, bool roundHalfUp) {
     const int bits = value.FractionBits();
     const int64_t raw = value.Raw();
-    const uint64_t magnitude = raw < 0 ? uint64_t{0} - static_cast<uint64_t>(raw) : static_cast<uint64_t>(raw);
+    const uint64_t magnitude =
+        raw < 0 ? uint64_t{0} - static_cast<uint64_t>(raw) : static_cast<uint64_t>(raw);
     const uint64_t bias = (roundHalfUp && bits > 0) ? uint64_t{1} << (bits - 1) : 0;
     uint64_t whole = (magnitude >> bits) + (((magnitude & ((uint64_t{1} << bits) - 1)) + bias) >> bits);
     if (whole > (uint64_t{1} << 40)) whole = uint64_t{1} << 40;
@@ -151,14 +168,19 @@ int32_t magnitudeToInt32(const FixDouble& value, bool roundHalfUp) {
 }
 }  // namespace
 
-int32_t iround(const FixDouble& value) { return magnitudeToInt32(value, true); }
+int32_t iround(const FixDouble& value) {
+    return magnitudeToInt32(value, true);
+}
 
-int32_t itrunc(const FixDouble& value) { return magnitudeToInt32(value, false); }
+int32_t itrunc(const FixDouble& value) {
+    return magnitudeToInt32(value, false);
+}
 
 namespace {
 std::chrono::nanoseconds monotonicNow() {
     // CLOCK_MONOTONIC counts from boot, so every reading is positive, which the timeout logic relies on.
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch());
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::steady_clock::now().time_since_epoch());
 }
 }  // namespace
 

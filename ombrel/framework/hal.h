@@ -44,13 +44,13 @@ void DebugWndMsg(uint32_t messageClass, const char* format, ...) __attribute__((
 // A double held as a signed fixed-point number with `fractionBits` fraction bits (0..30). The conversion
 // truncates toward zero at the last fraction bit; values beyond the 64-bit range saturate and NaN becomes 0.
 class FixDouble {
-public:
+  public:
     FixDouble(double value, int fractionBits);
     int64_t Raw() const { return _raw; }
     int FractionBits() const { return _fractionBits; }
     double ToDouble() const;
 
-private:
+  private:
     int64_t _raw;
     int _fractionBits;
 };

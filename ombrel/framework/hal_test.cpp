@@ -84,7 +84,9 @@ TEST(RCSStringToNumber, TurnsRevisionTextIntoAVersionNumber) {
     EXPECT_EQ(RCSStringToNumber("$Revision: 1.99999999999999999999 $"), 0);
 }
 
-TEST(MemAvail, ReportsSomeMemoryOnLinux) { EXPECT_GT(memAvail(), 0u); }
+TEST(MemAvail, ReportsSomeMemoryOnLinux) {
+    EXPECT_GT(memAvail(), 0u);
+}
 
 }  // namespace
 }  // namespace ombrel

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "ombrel/framework/isa.h"
 
+#include <cpuid.h>
 #include <algorithm>
 #include <atomic>
-#include <cpuid.h>
 #include <cstdlib>
 #include <cstring>
 
@@ -23,7 +23,7 @@ Isa Detect() {
     __get_cpuid(1, &eax, &ebx, &ecx, &edx);
     const bool osSaves = (ecx & bit_OSXSAVE) != 0;
     const uint64_t xcr0 = osSaves ? ReadXcr0() : 0;
-    const bool osAvx = (xcr0 & 0x6) == 0x6;             // XMM and YMM state
+    const bool osAvx = (xcr0 & 0x6) == 0x6;                // XMM and YMM state
     const bool osAvx512 = osAvx && (xcr0 & 0xE0) == 0xE0;  // opmask and ZMM state
     const bool avx2 = osAvx && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") &&
                       __builtin_cpu_supports("bmi2");
@@ -49,10 +49,14 @@ std::atomic<int>& Cap() {
 
 const char* IsaName(Isa isa) {
     switch (isa) {
-        case Isa::Scalar: return "scalar";
-        case Isa::Sse2: return "sse2";
-        case Isa::Avx2: return "avx2";
-        case Isa::Avx512: return "avx512";
+        case Isa::Scalar:
+            return "scalar";
+        case Isa::Sse2:
+            return "sse2";
+        case Isa::Avx2:
+            return "avx2";
+        case Isa::Avx512:
+            return "avx512";
     }
     return "unknown";
 }
@@ -77,7 +81,9 @@ Isa ActiveIsa() {
     return static_cast<Isa>(std::min(static_cast<int>(DetectedIsa()), Cap().load(std::memory_order_relaxed)));
 }
 
-Isa SetIsaCap(Isa cap) { return static_cast<Isa>(Cap().exchange(static_cast<int>(cap))); }
+Isa SetIsaCap(Isa cap) {
+    return static_cast<Isa>(Cap().exchange(static_cast<int>(cap)));
+}
 
 bool CpuHasPackedSimd() {
     __builtin_cpu_init();

@@ -62,7 +62,8 @@ void ForEachSpan(const ROI& roi, const Rect& clip, SpanFn&& fn, int rowStep = 1)
         const ROIRowStore& store = scans[row];
         for (int i = 0; i < store.SegCnt(); ++i) {
             const int64_t start = std::max<int64_t>(store.scans[i].Start(), clip.left);
-            const int64_t end = std::min<int64_t>(int64_t{store.scans[i].Start()} + store.scans[i].Len(), clip.right);
+            const int64_t end =
+                std::min<int64_t>(int64_t{store.scans[i].Start()} + store.scans[i].Len(), clip.right);
             if (start < end) fn(row, static_cast<int>(start), static_cast<int>(end - start));
         }
     }

@@ -10,7 +10,9 @@ namespace {
 
 constexpr const char* kModule = "roi";
 
-bool MaskBit(const uint8_t* row, int x) { return (row[x >> 3] >> (7 - (x & 7))) & 1; }
+bool MaskBit(const uint8_t* row, int x) {
+    return (row[x >> 3] >> (7 - (x & 7))) & 1;
+}
 
 // Calls `run(start, length)` for each run of 1-bits in the first `width` bits of a mask row.
 template <class RunFn>
@@ -31,7 +33,9 @@ ROI::ROI() = default;
 
 ROI::ROI(int width, int height) : _height(height), _width(width) {}
 
-ROI::ROI(const Buffer* mask) { SetMaskbits(mask, false); }
+ROI::ROI(const Buffer* mask) {
+    SetMaskbits(mask, false);
+}
 
 ROI::ROI(const ROI* other, bool copy) {
     if (other == nullptr) return;
@@ -42,7 +46,9 @@ ROI::ROI(const ROI* other, bool copy) {
     _monstMasks[1] = other->_monstMasks[1];
 }
 
-ROI::ROI(const ROI& other) { *this = other; }
+ROI::ROI(const ROI& other) {
+    *this = other;
+}
 
 ROI& ROI::operator=(const ROI& other) {
     if (this == &other) return *this;
@@ -178,14 +184,16 @@ void ROI::UpdateScans() {
         rowsc->row = y;
         int inx = 0;
         ForEachRun(row, width, [&](int start, int len) {
-            if (inx > 0) OMBREL_ASSERT(kModule, 284, scanlist[inx-1].Start() + scanlist[inx-1].Len() < start);
+            if (inx > 0)
+                OMBREL_ASSERT(kModule, 284, scanlist[inx - 1].Start() + scanlist[inx - 1].Len() < start);
             scanlist[inx++] = ROIScan(start, len);
         });
         OMBREL_ASSERT(kModule, 289, inx == rowsc->SegCnt());
     }
 }
 
-// ---- ROIRow -------------------------------------------------------------------------------------------------
+// ---- ROIRow
+// -------------------------------------------------------------------------------------------------
 
 ROIRow::ROIRow(Buffer* buf, Point origin, ROI* roi) {
     Setup(buf, origin, roi ? roi->GetScans() : nullptr, roi ? roi->Height() : 0, roi ? roi->Width() : 0);
@@ -268,7 +276,8 @@ ROISeg* ROIRow::WholeRow() {
     return &_seg;
 }
 
-// ---- ROIRowIter ---------------------------------------------------------------------------------------------
+// ---- ROIRowIter
+// ---------------------------------------------------------------------------------------------
 
 ROIRowIter::ROIRowIter(Buffer* buf, Point origin, ROI* roi)
     : ROIRow(buf, origin, roi),
@@ -283,6 +292,8 @@ ROIRow* ROIRowIter::FirstRow() {
     return this;
 }
 
-ROIRow* ROIRowIter::NextRow(int step) { return Increment(step) ? this : nullptr; }
+ROIRow* ROIRowIter::NextRow(int step) {
+    return Increment(step) ? this : nullptr;
+}
 
 }  // namespace ombrel

@@ -18,13 +18,13 @@ namespace ombrel {
 
 // One run of 1-bits in a mask row: first column and length.
 class ROIScan {
-public:
+  public:
     ROIScan() = default;
     ROIScan(int32_t start, int32_t len) : _start(start), _len(len) {}
     int32_t Start() const { return _start; }
     int32_t Len() const { return _len; }
 
-private:
+  private:
     int32_t _start = 0;
     int32_t _len = 0;
 };
@@ -46,7 +46,7 @@ struct ROISeg {
 };
 
 class ROI {
-public:
+  public:
     ROI();
     ROI(int width, int height);
     explicit ROI(const Buffer* mask);
@@ -85,7 +85,7 @@ public:
     int ScanRows() const { return _scanRows; }
     bool IsMasked() const { return _scans != nullptr; }
 
-private:
+  private:
     void UpdateScans();
     void FreeScans();
 
@@ -100,7 +100,7 @@ private:
 
 // A cursor over the rows of a region placed on an 8-bit image, one byte per pixel.
 class ROIRow {
-public:
+  public:
     ROIRow(Buffer* buf, Point origin, ROI* roi);
 
     ROISeg* InitSeg();
@@ -116,12 +116,12 @@ public:
     int32_t SegCount() const { return _segCount; }
     int32_t OriginX() const { return _originX; }
 
-protected:
+  protected:
     ROIRow() = default;
     int Setup(Buffer* buf, Point origin, ROIRowStore* store, int rows, int width);
     int Increment(int step);
 
-private:
+  private:
     uint8_t* _rowPtr = nullptr;
     int32_t _originX = 0;
     int32_t _y = 0;
@@ -138,13 +138,13 @@ private:
 
 // An ROIRow that remembers what it was built from, so that it can start again at the first row.
 class ROIRowIter : public ROIRow {
-public:
+  public:
     ROIRowIter(Buffer* buf, Point origin, ROI* roi);
     ROIRow* FirstRow();
     // Advances `step` rows; null once the region is left.
     ROIRow* NextRow(int step = 1);
 
-private:
+  private:
     Buffer* _buf;
     Point _origin;
     ROIRowStore* _store;

@@ -16,10 +16,12 @@ using testing::AssertRecorder;
 
 // Builds a one-bit mask from rows of '#' (in) and '.' (out).
 std::unique_ptr<Buffer> MaskFrom(const std::vector<std::string>& rows) {
-    auto mask = std::make_unique<Buffer>(static_cast<int>(rows[0].size()), static_cast<int>(rows.size()), ONE);
+    auto mask =
+        std::make_unique<Buffer>(static_cast<int>(rows[0].size()), static_cast<int>(rows.size()), ONE);
     for (size_t y = 0; y < rows.size(); ++y)
         for (size_t x = 0; x < rows[y].size(); ++x)
-            if (rows[y][x] == '#') mask->Row(static_cast<int>(y))[x >> 3] |= static_cast<uint8_t>(0x80 >> (x & 7));
+            if (rows[y][x] == '#')
+                mask->Row(static_cast<int>(y))[x >> 3] |= static_cast<uint8_t>(0x80 >> (x & 7));
     return mask;
 }
 
@@ -30,15 +32,15 @@ std::vector<std::string> Walk(Buffer* image, Point origin, ROI* roi, int step = 
     for (ROIRow* row = rows.FirstRow(); row != nullptr; row = rows.NextRow(step))
         for (ROISeg* seg = row->FirstSeg(); seg != nullptr; seg = row->NextSeg()) {
             EXPECT_EQ(seg->ptr, image->Row(seg->y) + seg->x);
-            spans.push_back(std::to_string(seg->y) + ":" + std::to_string(seg->x) + "+" + std::to_string(seg->len));
+            spans.push_back(std::to_string(seg->y) + ":" + std::to_string(seg->x) + "+" +
+                            std::to_string(seg->len));
         }
     return spans;
 }
 
 TEST(ROI, MaskRowsBecomeOrderedSeparateRunsReadMostSignificantBitFirst) {
     auto mask = MaskFrom({"##..#.###.#",  // width 11: the padding bits of the second byte are never read
-                          "...........",
-                          "###########"});
+                          "...........", "###########"});
     mask->Row(1)[1] = 0x1F;  // set padding bits past the width in a row that is otherwise empty
     ROI roi(mask.get());
     EXPECT_FALSE(roi.OwnsMask());
@@ -129,8 +131,8 @@ TEST(ROI, BadMasksReportTheirAssertionAndStayInsideTheirMemory) {
     AssertRecorder recorder;
     Buffer words(9, 3, SIXTEEN);
     ROI wrongDepth(&words);
-    EXPECT_TRUE(recorder.Has("roi", 108,
-                             "(newbits->BitsPerPixel() == ONE) || (newbits->BitsPerPixel() == EIGHT)"));
+    EXPECT_TRUE(
+        recorder.Has("roi", 108, "(newbits->BitsPerPixel() == ONE) || (newbits->BitsPerPixel() == EIGHT)"));
     ROI sw;
     Buffer grey(5, 5, EIGHT);
     sw.SetSwMask(&grey, false);

@@ -74,7 +74,9 @@ OmbrelApp& TheOmbrelApp() {
     return app;
 }
 
-int UseFineGridCorrelation() { return gUseFineGrid; }
+int UseFineGridCorrelation() {
+    return gUseFineGrid;
+}
 
 void ColorUtilities::CreateLuts() {
     std::call_once(gLutsOnce, [] {
@@ -87,9 +89,15 @@ void ColorUtilities::CreateLuts() {
     });
 }
 
-const uint32_t* ColorUtilities::RedToGrey() { return gGreyTables.red.data(); }
-const uint32_t* ColorUtilities::GreenToGrey() { return gGreyTables.green.data(); }
-const uint32_t* ColorUtilities::BlueToGrey() { return gGreyTables.blue.data(); }
+const uint32_t* ColorUtilities::RedToGrey() {
+    return gGreyTables.red.data();
+}
+const uint32_t* ColorUtilities::GreenToGrey() {
+    return gGreyTables.green.data();
+}
+const uint32_t* ColorUtilities::BlueToGrey() {
+    return gGreyTables.blue.data();
+}
 
 void InitializeLuts() {
     ColorUtilities utilities;

@@ -8,7 +8,7 @@
 namespace ombrel {
 
 class OmbrelApp {
-public:
+  public:
     // Reads the fine-grid setting and builds the shared tables; returns 1 in every case.
     int InitInstance();
     int ExitInstance() { return 0; }
@@ -29,7 +29,7 @@ std::string MachineConfigPath();
 
 // Builds the colour lookup tables once, into static storage that outlives the call.
 class ColorUtilities {
-public:
+  public:
     void CreateLuts();
     // Grey from 8-bit red, green and blue with the ITU-R BT.601 weights (0.299, 0.587, 0.114) in 16.16 fixed
     // point, rounded to nearest: the tables are Grey = (R[r] + G[g] + B[b]) >> 16.

@@ -29,7 +29,7 @@ TEST(AngleConstants, UseTheLibrarysOwnPiBitForBit) {
 }
 
 class MachineConfig : public ::testing::Test {
-protected:
+  protected:
     void Write(const std::string& text) {
         // Test cases run as parallel processes: the process id keeps their files apart.
         path_ = ::testing::TempDir() + "ombrel_machine_" + std::to_string(getpid()) + "_" +
@@ -42,7 +42,9 @@ protected:
         unsetenv("OMBREL_MACHINE_CONFIG");
         for (const std::string& path : written_) std::remove(path.c_str());
     }
-    bool FineGrid() { return QueryMachineValue("HKEY_LOCAL_MACHINE\\Software\\Quorvane", "UseFineGridCorrelation"); }
+    bool FineGrid() {
+        return QueryMachineValue("HKEY_LOCAL_MACHINE\\Software\\Quorvane", "UseFineGridCorrelation");
+    }
     std::string path_;
     std::vector<std::string> written_;
     int counter_ = 0;
@@ -72,11 +74,13 @@ TEST_F(MachineConfig, MissingFileSectionOrValueAndOverlongDataLeaveItOff) {
 TEST(Startup, InitInstanceSucceedsAndBuildsTheGreyTables) {
     EXPECT_EQ(TheOmbrelApp().InitInstance(), 1);
     const auto grey = [](int r, int g, int b) {
-        return (ColorUtilities::RedToGrey()[r] + ColorUtilities::GreenToGrey()[g] + ColorUtilities::BlueToGrey()[b]) >> 16;
+        return (ColorUtilities::RedToGrey()[r] + ColorUtilities::GreenToGrey()[g] +
+                ColorUtilities::BlueToGrey()[b]) >>
+               16;
     };
     EXPECT_EQ(grey(255, 255, 255), 255u);
     EXPECT_EQ(grey(0, 0, 0), 0u);
-    EXPECT_EQ(grey(255, 0, 0), 76u);  // 0.299 * 255 = 76.2
+    EXPECT_EQ(grey(255, 0, 0), 76u);   // 0.299 * 255 = 76.2
     EXPECT_EQ(grey(0, 255, 0), 150u);  // 0.587 * 255 = 149.7
 }
 
