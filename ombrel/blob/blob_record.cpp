@@ -449,8 +449,9 @@ void BlobResult::BuildList() {
     if (_error != BLOB_OK)
         for (Blob* b : _bySeq)
             if (b != nullptr) b->_parent->_child = b->_parent->_lastChild = nullptr;
-    // The records lie in pool order, not in creation order: fetch a few ahead, or every one is a cache miss.
-    constexpr size_t kPrefetchAhead = 8;
+    // The records lie in pool order, not in creation order, and a noisy image's are long out of the cache:
+    // fetch far enough ahead for memory to answer in time (a few entries ahead was too late).
+    constexpr size_t kPrefetchAhead = 24;
     for (size_t i = 0; i < _bySeq.size(); ++i) {
         if (i + kPrefetchAhead < _bySeq.size() && _bySeq[i + kPrefetchAhead] != nullptr)
             __builtin_prefetch(&_bySeq[i + kPrefetchAhead]->_parent, 1);  // the tree fields' line
