@@ -36,6 +36,7 @@ constexpr int16_t kRunEnd = 32767;
 constexpr int16_t kEndMark = -32768;
 constexpr int kMaxExtent = 32766;  // the reach of the 16-bit run coordinates
 constexpr int kPrefetchRuns = 4;  // how far ahead of the cursor the joiner fetches region records
+constexpr int kPrefetchRecords = 4;  // how far ahead of the pool newseg fetches fresh records
 
 int Complement(int colour) { return colour == -1 ? 0 : -1; }
 
@@ -577,9 +578,10 @@ bool swBlobAgent::newseg(int k, int& i, int s, int t, int32_t grey, int y) {
         nb->_bdry = _curBdry[k];
         bdry = &_curBdry[k];
     }
-    // The next region's record is written as soon as it is made; fetch it now (a noisy image makes a
-    // region every few runs, and a fresh record is a cache miss on each of its lines).
-    if (const Blob* upcoming = _pres->_blobPool.Upcoming()) {
+    // Records are written as soon as they are made, and a fresh record is a cache miss on each of its lines
+    // (a noisy image makes a region every few runs): fetch the one a few regions ahead in pool order, far
+    // enough for memory to answer in time. A record from the free list was freed lately and is still near.
+    if (const Blob* upcoming = _pres->_blobPool.Ahead(kPrefetchRecords)) {
         for (size_t line = 0; line < sizeof(Blob); line += 64)
             __builtin_prefetch(reinterpret_cast<const char*>(upcoming) + line, 1);
     }

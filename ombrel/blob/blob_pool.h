@@ -70,12 +70,14 @@ public:
         return new (slot) T();
     }
 
-    // The element the next Alloc hands out, or null when that needs a new chunk; nothing changes.
-    const T* Upcoming() const {
-        if (!_free.empty()) return _free.back();
-        if (_nextIndex < kBlobPoolChunkElements && _nextChunk < _chunks.size())
-            return _chunks[_nextChunk] + _nextIndex;
-        return nullptr;
+    // The element `n` places after the next one in chunk order (what Alloc hands out once the free list is
+    // empty), or null when that lies beyond the chunks held; nothing changes.
+    const T* Ahead(int n) const {
+        size_t chunk = _nextChunk;
+        size_t index = static_cast<size_t>(_nextIndex) + static_cast<size_t>(n);
+        chunk += index / kBlobPoolChunkElements;
+        index %= kBlobPoolChunkElements;
+        return chunk < _chunks.size() ? _chunks[chunk] + index : nullptr;
     }
 
     void Free(T* element) {

@@ -202,8 +202,16 @@ struct SplitSum {
     // Carries into the count whenever the remainder would pass 2147483647; the value stays exact.
     void Add(int64_t increment) {
         const int64_t r = int64_t{remainder} + increment;
-        if (r >= 0 && r <= 2147483647) remainder = static_cast<int32_t>(r);
-        else Carry(r);
+        if (r >= 0 && r <= 2147483647) {
+            remainder = static_cast<int32_t>(r);
+        } else if (r > 2147483647 && r <= int64_t{2} * 2147483647) {
+            // A single carry, as Carry makes it: a large region's runs need one every few rows, and the
+            // call (with its spills around it) cost more than the carry.
+            ++count;
+            remainder = static_cast<int32_t>(r - 2147483647);
+        } else {
+            Carry(r);
+        }
     }
     void Carry(int64_t r);
     void AddSum(const SplitSum& other);
