@@ -34,11 +34,13 @@ namespace {
 constexpr int16_t kRunStart = -32767;
 constexpr int16_t kRunEnd = 32767;
 constexpr int16_t kEndMark = -32768;
-constexpr int kMaxExtent = 32766;  // the reach of the 16-bit run coordinates
-constexpr int kPrefetchRuns = 4;  // how far ahead of the cursor the joiner fetches region records
+constexpr int kMaxExtent = 32766;    // the reach of the 16-bit run coordinates
+constexpr int kPrefetchRuns = 4;     // how far ahead of the cursor the joiner fetches region records
 constexpr int kPrefetchRecords = 4;  // how far ahead of the pool newseg fetches fresh records
 
-int Complement(int colour) { return colour == -1 ? 0 : -1; }
+int Complement(int colour) {
+    return colour == -1 ? 0 : -1;
+}
 
 // Same-class runs [s, t) and [a, b): objects touch 8-connected, background 4-connected.
 inline bool Touches(bool object, int s, int t, int a, int b) {
@@ -47,7 +49,8 @@ inline bool Touches(bool object, int s, int t, int a, int b) {
 
 }  // namespace
 
-// ---- BlobAgent ----------------------------------------------------------------------------------------------
+// ---- BlobAgent
+// ----------------------------------------------------------------------------------------------
 BlobAgent::BlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr) : Agent(src) {
     Init(res, lowThr, highThr);
 }
@@ -80,7 +83,9 @@ void BlobAgent::SetResult(BlobResult* res) {
     res->_options = _options;
 }
 
-int BlobAgent::PreGo() { return 0; }
+int BlobAgent::PreGo() {
+    return 0;
+}
 
 int BlobAgent::PostGo() {
     if (_pres != nullptr) _pres->BuildList();
@@ -119,10 +124,14 @@ void BlobAgent::delbdry(Blob* blob) {
 
 // Removes `blob` from its parent's child list.
 void BlobAgent::UnlinkChild(Blob* blob, Blob*& parentChild, Blob*& parentLast) {
-    if (blob->_prevSibling != nullptr) blob->_prevSibling->_sibling = blob->_sibling;
-    else parentChild = blob->_sibling;
-    if (blob->_sibling != nullptr) blob->_sibling->_prevSibling = blob->_prevSibling;
-    else parentLast = blob->_prevSibling;
+    if (blob->_prevSibling != nullptr)
+        blob->_prevSibling->_sibling = blob->_sibling;
+    else
+        parentChild = blob->_sibling;
+    if (blob->_sibling != nullptr)
+        blob->_sibling->_prevSibling = blob->_prevSibling;
+    else
+        parentLast = blob->_prevSibling;
     blob->_sibling = blob->_prevSibling = nullptr;
     if (blob->_parent != nullptr) {
         blob->_parent->_childFilled -= blob->_filledArea;
@@ -209,7 +218,8 @@ void BlobAgent::HCells(Blob* b) {
     if (b->_childFilled == 0 && b->_nChildren > 0)
         for (Blob* c = b->_child; c != nullptr; c = c->_sibling)
             if (c->_filledArea == 0) HCells(c);  // adds itself to b
-    b->SetFilled(static_cast<int32_t>(std::min<int64_t>(b->_area + b->_childFilled, 2147483647)), b->_nChildren);
+    b->SetFilled(static_cast<int32_t>(std::min<int64_t>(b->_area + b->_childFilled, 2147483647)),
+                 b->_nChildren);
     if (b->_parent != nullptr) b->_parent->_childFilled += b->_filledArea;
 }
 
@@ -252,7 +262,8 @@ void BlobAgent::recpreprocess(Blob* blob) {
     }
 }
 
-// ---- swBlobAgent --------------------------------------------------------------------------------------------
+// ---- swBlobAgent
+// --------------------------------------------------------------------------------------------
 swBlobAgent::swBlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr)
     : BlobAgent(src, res, lowThr, highThr) {}
 swBlobAgent::swBlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int highThr)
@@ -260,7 +271,9 @@ swBlobAgent::swBlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int h
 swBlobAgent::swBlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, int lowThr, int highThr)
     : BlobAgent(src, p, roi, res, lowThr, highThr) {}
 
-swBlobAgent::~swBlobAgent() { DeleteMaskAgent(); }
+swBlobAgent::~swBlobAgent() {
+    DeleteMaskAgent();
+}
 
 void BlobAgent::Fail(int32_t status) {
     if (!_stopped && _pres != nullptr) _pres->_error = status;
@@ -352,7 +365,8 @@ int swBlobAgent::CodeRow(const Buffer* buf, Point origin, const Rect& clip, int 
     int n = 0;
     const int cnt = clip.Width();
     _greyTail = 0;
-    if (!emptyBand && row >= clip.top && row < clip.bottom && cnt >= _sx && OMBREL_ASSERT_HERE("swblob", cnt > 0)) {
+    if (!emptyBand && row >= clip.top && row < clip.bottom && cnt >= _sx &&
+        OMBREL_ASSERT_HERE("swblob", cnt > 0)) {
         const uint8_t* p = buf->Row(origin.y + row) + origin.x + clip.left;
         if (_filterFlags & BLOB_FILTER_GREY)
             n = blobrle::CodeSpanGrey(p, cnt, clip.left, _sx, band, _trans.data(), _greys.data(), &_greyTail);
@@ -405,7 +419,7 @@ inline uint32_t swBlobAgent::Find(uint32_t slot) {
 // A current run [s, t) extends the region of `slot` and, with boundary lists, the chain at its left end.
 // Inlined into the joiner: it runs for every run of every row.
 inline __attribute__((always_inline)) bool swBlobAgent::ExtendRun(uint32_t slot, BdryCell** bdry, int s,
-                                                                    int t, int32_t grey, int y) {
+                                                                  int t, int32_t grey, int y) {
     Blob* b = _slots[slot].blob;
     if (b != _pres->_root) b->ExtendMoments(y, s, t, grey, _sy);
     if (bdry != nullptr && *bdry != nullptr) return incbdry(*bdry, s, y);
@@ -417,10 +431,14 @@ void swBlobAgent::JoinRow(int n, int y) {
     // per run is a noticeable share of a noisy image.
     const bool greyOn = (_filterFlags & BLOB_FILTER_GREY) != 0;
     // The usual case (row step 1, neither) has a joiner of its own, where the moments need no step factors.
-    if (_bdryOn) greyOn ? JoinRowAs<true, true, false>(n, y) : JoinRowAs<false, true, false>(n, y);
-    else if (greyOn) JoinRowAs<true, false, false>(n, y);
-    else if (_sy == 1) JoinRowAs<false, false, true>(n, y);
-    else JoinRowAs<false, false, false>(n, y);
+    if (_bdryOn)
+        greyOn ? JoinRowAs<true, true, false>(n, y) : JoinRowAs<false, true, false>(n, y);
+    else if (greyOn)
+        JoinRowAs<true, false, false>(n, y);
+    else if (_sy == 1)
+        JoinRowAs<false, false, true>(n, y);
+    else
+        JoinRowAs<false, false, false>(n, y);
 }
 
 template <bool kGrey, bool kBdry, bool kStepOne>
@@ -551,8 +569,10 @@ bool swBlobAgent::newseg(int k, int& i, int s, int t, int32_t grey, int y) {
     nb->_color = Complement(enclosing->_color);
     nb->SetMomentLevel();
     nb->_sibling = enclosing->_child;
-    if (enclosing->_child != nullptr) enclosing->_child->_prevSibling = nb;
-    else enclosing->_lastChild = nb;
+    if (enclosing->_child != nullptr)
+        enclosing->_child->_prevSibling = nb;
+    else
+        enclosing->_lastChild = nb;
     enclosing->_child = nb;
     ++enclosing->_nChildren;
     nb->_top = static_cast<int16_t>(y);
@@ -611,9 +631,12 @@ void swBlobAgent::endseg(int before, int ended) {
     _pres->_segPool.Give();
     if (left != right) {
         Blob* survivor;
-        if (endedBlob->_parent == left) survivor = left;
-        else if (endedBlob->_parent == right) survivor = right;
-        else survivor = right->_top < left->_top ? right : left;
+        if (endedBlob->_parent == left)
+            survivor = left;
+        else if (endedBlob->_parent == right)
+            survivor = right;
+        else
+            survivor = right->_top < left->_top ? right : left;
         Blob* other = survivor == left ? right : left;
         if (other == _pres->_root) std::swap(survivor, other);  // the root is never merged away
         // Every run of `other` now belongs to the survivor.
@@ -658,10 +681,11 @@ bool swBlobAgent::incbdry(BdryCell*& cell, int x, int y) {
     return true;
 }
 
-// ---- Masked regions -----------------------------------------------------------------------------------------
-// The in-band pixels under the mask become 1 in a private buffer (width rounded up to 32), which is then
-// segmented with both thresholds 1. The buffer is kept while the region's size stays; the mask agent is
-// made again for every run, since the thresholds, the origin or the region may have changed.
+// ---- Masked regions
+// ----------------------------------------------------------------------------------------- The in-band
+// pixels under the mask become 1 in a private buffer (width rounded up to 32), which is then segmented with
+// both thresholds 1. The buffer is kept while the region's size stays; the mask agent is made again for every
+// run, since the thresholds, the origin or the region may have changed.
 int swBlobAgent::PrepareMask() {
     const int width = (_roiWidth + 31) / 32 * 32;
     if (!_pMaskedSrcBuf || _pMaskedSrcBuf->Width() != width || _pMaskedSrcBuf->Height() != _roiHeight) {
@@ -687,12 +711,14 @@ void swBlobAgent::DeleteMaskAgent() {
     _maskAgent = nullptr;
 }
 
-// ---- Factories ----------------------------------------------------------------------------------------------
+// ---- Factories
+// ----------------------------------------------------------------------------------------------
 namespace {
 
 void CheckFactoryArgs(const Buffer* src, const BlobResult* res, int lowThr, int highThr) {
     Check(src != nullptr && res != nullptr && highThr >= lowThr && lowThr >= 0 && highThr <= 255, "lfblob",
-          __LINE__, "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255)");
+          __LINE__,
+          "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255)");
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ namespace ombrel {
 class MaskAgent;
 
 class BlobAgent : public Agent {
-public:
+  public:
     // Sets the defaults: thresholds as given, steps 1, area limits 1 and 2147483647, filter flags 16,
     // options 3, keep-flag 1; attaches `res`.
     void Init(BlobResult* res, int lowThr, int highThr);
@@ -47,13 +47,22 @@ public:
     void SetResult(BlobResult* res);
     BlobResult* Result() const { return _pres; }
 
-    void SetThresholds(int low, int high) { _lowThr = low; _highThr = high; }
+    void SetThresholds(int low, int high) {
+        _lowThr = low;
+        _highThr = high;
+    }
     int LowThreshold() const { return _lowThr; }
     int HighThreshold() const { return _highThr; }
-    void SetStep(int stepX, int stepY) { _StepX = stepX; _StepY = stepY; }
+    void SetStep(int stepX, int stepY) {
+        _StepX = stepX;
+        _StepY = stepY;
+    }
     int StepX() const { return _StepX; }
     int StepY() const { return _StepY; }
-    void SetAreaLimits(int minArea, int maxArea) { _minArea = minArea; _maxArea = maxArea; }
+    void SetAreaLimits(int minArea, int maxArea) {
+        _minArea = minArea;
+        _maxArea = maxArea;
+    }
     int MinArea() const { return _minArea; }
     int MaxArea() const { return _maxArea; }
     void SetFilterFlags(int flags) { _filterFlags = flags; }
@@ -73,7 +82,7 @@ public:
 
     int Go() override = 0;
 
-protected:
+  protected:
     BlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr);
     BlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int highThr);
     BlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
@@ -115,7 +124,7 @@ protected:
 };
 
 class swBlobAgent : public BlobAgent {
-public:
+  public:
     swBlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr);
     swBlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int highThr);
     swBlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
@@ -123,10 +132,10 @@ public:
 
     int Go() override;
 
-protected:
+  protected:
     int PreGo() override;
 
-private:
+  private:
     // An active run: where it starts and the slot of the region that owns it.
     struct ActiveRun {
         int32_t x;
@@ -142,7 +151,8 @@ private:
 
     int Stop(int32_t status);
     int RunRows();
-    int CodeRow(const Buffer* buf, Point origin, const Rect& clip, int row, blobrle::Band band, bool emptyBand);
+    int CodeRow(const Buffer* buf, Point origin, const Rect& clip, int row, blobrle::Band band,
+                bool emptyBand);
     void JoinRow(int n, int y);
     template <bool kGrey, bool kBdry, bool kStepOne>
     void JoinRowAs(int n, int y);
@@ -171,7 +181,7 @@ private:
     std::vector<uint32_t> _mergedLastRow;        // merged away in the row before
     bool _bdryOn = false;
     int _y = 0;
-    int _sx = 1, _sy = 1;       // the steps of this run (a bad step was reported and runs as 1)
+    int _sx = 1, _sy = 1;  // the steps of this run (a bad step was reported and runs as 1)
     Isa _isa = Isa::Scalar;
     std::vector<int16_t> _trans;  // transitions of the current row, then 32767 and -32768
     std::vector<int32_t> _greys;  // grey sum of the run ending at each transition
@@ -185,9 +195,9 @@ private:
     bool _maskRan = false;
 };
 
-// Blob agent over the whole image, a rectangle, an origin and region, or four ints (left, top, right, bottom).
-// Reports "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255)"
-// (module lfblob) and still chooses by the source type: host -> swBlobAgent, board or null -> null.
+// Blob agent over the whole image, a rectangle, an origin and region, or four ints (left, top, right,
+// bottom). Reports "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <=
+// 255)" (module lfblob) and still chooses by the source type: host -> swBlobAgent, board or null -> null.
 BlobAgent* BlobFact(Buffer* src, BlobResult* res, int lowThr, int highThr);
 BlobAgent* BlobFact(Buffer* src, const Rect& r, BlobResult* res, int lowThr, int highThr);
 BlobAgent* BlobFact(Buffer* src, const Point& p, const ROI& roi, BlobResult* res, int lowThr, int highThr);

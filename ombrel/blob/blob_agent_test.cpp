@@ -57,11 +57,7 @@ TEST(BlobSegmentation, ShapesGiveTheExpectedTree) {
         EXPECT_EQ(box, (Rect{0, 0, 4, 3}));
     }
     {  // corners: objects join, background does not (the enclosed corner cell is a hole)
-        auto img = Art({"#...",
-                        ".#..",
-                        "#.#.",
-                        ".#..",
-                        "...."});
+        auto img = Art({"#...", ".#..", "#.#.", ".#..", "...."});
         BlobRun r(img.get());
         ASSERT_EQ(r.Go(), 0);
         ASSERT_EQ(r.Objects().size(), 1u);
@@ -70,10 +66,7 @@ TEST(BlobSegmentation, ShapesGiveTheExpectedTree) {
         EXPECT_EQ(r.Objects()[0]->GetFeat(BF_FILLED_AREA), 6);
     }
     {  // a U joined lower down is one region; a ring has one hole of the background colour
-        auto img = Art({"#...#.....",
-                        "#...#.###.",
-                        "#####.#.#.",
-                        "......###."});
+        auto img = Art({"#...#.....", "#...#.###.", "#####.#.#.", "......###."});
         BlobRun r(img.get());
         ASSERT_EQ(r.Go(), 0);
         auto objects = r.Objects();
@@ -144,11 +137,8 @@ TEST(BlobSegmentation, StepOneCodingIsIdenticalOnEveryIsa) {
 }
 
 TEST(BlobRecords, FiltersAndKeepFlag) {
-    auto img = Art({"......................",
-                    ".####...........#####.",
-                    ".#.##...##......#...#.",
-                    ".####...##......#####.",
-                    "......................"});
+    auto img = Art({"......................", ".####...........#####.", ".#.##...##......#...#.",
+                    ".####...##......#####.", "......................"});
     BlobRun r(img.get());
     // A one-pixel hole below the minimum area is filled into its object (flag 1 clear: holes too).
     r.agent->SetAreaLimits(2, 2147483647);
@@ -178,7 +168,8 @@ TEST(BlobRecords, GreySumsAndTheMaximumAreaFilter) {
     // A 9 x 7 object of grey 149 + x with a 5 x 3 hole holding a one-pixel object (grey 200).
     auto img = std::make_unique<Buffer>(16, 9, EIGHT);
     for (int y = 1; y < 8; ++y)
-        for (int x = 1; x < 10; ++x) img->Row(y)[x] = static_cast<uint8_t>(y >= 3 && y <= 5 && x >= 3 && x <= 7 ? 0 : 149 + x);
+        for (int x = 1; x < 10; ++x)
+            img->Row(y)[x] = static_cast<uint8_t>(y >= 3 && y <= 5 && x >= 3 && x <= 7 ? 0 : 149 + x);
     img->Row(4)[5] = 200;
     img->Row(4)[13] = 120;  // a second, small top-level object
     BlobResult result;
@@ -209,15 +200,10 @@ TEST(BlobRecords, GreySumsAndTheMaximumAreaFilter) {
 }
 
 TEST(BlobRecords, FeaturesFollowTheirFormulas) {
-    auto img = Art({"..........",
-                    ".########.",
-                    ".########.",
-                    "..........",
-                    "....#.....",
-                    ".....#....",
-                    "......#..."});
-    BlobRun r(img.get(), BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS | BLOB_OPT_BOUNDARY | BLOB_OPT_RADII |
-                         BLOB_OPT_LENGTH_WIDTH);
+    auto img = Art(
+        {"..........", ".########.", ".########.", "..........", "....#.....", ".....#....", "......#..."});
+    BlobRun r(img.get(), BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS | BLOB_OPT_BOUNDARY |
+                             BLOB_OPT_RADII | BLOB_OPT_LENGTH_WIDTH);
     ASSERT_EQ(r.Go(), 0);
     auto objects = r.Objects();
     ASSERT_EQ(objects.size(), 2u);
@@ -327,7 +313,8 @@ TEST(BlobPools, LimitsFailuresAndReuse) {
     std::unique_ptr<BlobAgent> a2(BlobFact(img.get(), &again, 100, 255));
     a2->SetOptions(BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS | BLOB_OPT_BOUNDARY);
     ASSERT_EQ(a2->Go(), 0);
-    const int chunks[3] = {again.BlobPool().Chunks(), again.SegmentPool().Chunks(), again.BdryPool().Chunks()};
+    const int chunks[3] = {again.BlobPool().Chunks(), again.SegmentPool().Chunks(),
+                           again.BdryPool().Chunks()};
     for (int i = 0; i < 5; ++i) ASSERT_EQ(a2->Go(), 0);
     EXPECT_EQ(again.BlobPool().Chunks(), chunks[0]);
     EXPECT_EQ(again.SegmentPool().Chunks(), chunks[1]);
@@ -396,8 +383,9 @@ TEST(BlobAgentSafety, FactoryAndBadInputsReportAndStayInside) {
         std::unique_ptr<BlobAgent> reversed(BlobFact(img.get(), &result, 200, 100));
         ASSERT_NE(reversed, nullptr);  // reported, and the factory still chooses
         EXPECT_EQ(asserts.Reports().at(0).module, "lfblob");
-        EXPECT_EQ(asserts.Reports().at(0).expression,
-                  "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255)");
+        EXPECT_EQ(
+            asserts.Reports().at(0).expression,
+            "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <= 255)");
         EXPECT_EQ(reversed->Go(), 0);
         EXPECT_EQ(result.NParts(), 0);  // an empty band selects nothing
         EXPECT_EQ(BlobFact(nullptr, &result, 0, 10), nullptr);
@@ -436,10 +424,7 @@ TEST(BlobAgentSafety, FactoryAndBadInputsReportAndStayInside) {
 }
 
 TEST(BlobAgentMasked, MaskedRegionSegmentsOnlyUnderTheMask) {
-    auto img = Art({"#####.##",
-                    "#####.##",
-                    "#####.##",
-                    "........"});
+    auto img = Art({"#####.##", "#####.##", "#####.##", "........"});
     // Mask: a 6 x 4 window whose middle column is cut, placed at (1, 0).
     Buffer mask(6, 4, EIGHT);
     for (int y = 0; y < 4; ++y)
@@ -481,7 +466,8 @@ TEST(BlobResultText, DumpPrintsOneLinePerRegion) {
     std::snprintf(first, sizeof first, "0  : blob: 0x%jx blob->_Next 0x%jx\n",
                   uintmax_t(reinterpret_cast<uintptr_t>(result.ByLabel(1))),
                   uintmax_t(reinterpret_cast<uintptr_t>(result.ByLabel(2))));
-    std::snprintf(second, sizeof second, "1  : blob: 0x%jx\n", uintmax_t(reinterpret_cast<uintptr_t>(result.ByLabel(2))));
+    std::snprintf(second, sizeof second, "1  : blob: 0x%jx\n",
+                  uintmax_t(reinterpret_cast<uintptr_t>(result.ByLabel(2))));
     EXPECT_EQ(text, std::string(first) + second);
 }
 

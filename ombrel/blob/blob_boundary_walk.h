@@ -5,10 +5,11 @@
 
 namespace ombrel {
 
-// ---- Boundary walk ------------------------------------------------------------------------------------------
-// Calls fn(point, upward) for every boundary point once around the region's outer contour, chain by chain:
-// down the chain the region started with, up the one linked at its bottom, and so on. A point of an upward
-// chain is met at its lower row first. Returns true when the walk came back to its start.
+// ---- Boundary walk
+// ------------------------------------------------------------------------------------------ Calls fn(point,
+// upward) for every boundary point once around the region's outer contour, chain by chain: down the chain the
+// region started with, up the one linked at its bottom, and so on. A point of an upward chain is met at its
+// lower row first. Returns true when the walk came back to its start.
 template <class Fn>
 bool Blob::WalkBoundary(Fn&& fn) const {
     const BdryCell* start = _bdry != nullptr ? _bdry->first : nullptr;

@@ -28,8 +28,8 @@ Scene Rings(int w, int h, uint32_t seed) {
         const cv::Point c(rng() % w, rng() % h);
         const int r = 4 + rng() % 20;
         cv::circle(m, c, r, 1, -1);
-        cv::circle(m, c, r * 2 / 3, 0, -1);       // hole
-        if (r > 9) cv::circle(m, c, r / 3, 1, -1);  // object inside the hole
+        cv::circle(m, c, r * 2 / 3, 0, -1);          // hole
+        if (r > 9) cv::circle(m, c, r / 3, 1, -1);   // object inside the hole
         if (r > 15) cv::circle(m, c, r / 6, 0, -1);  // hole in that object
     }
     return m;
@@ -76,7 +76,8 @@ std::unique_ptr<Buffer> ToGrey(const Scene& s, uint32_t seed) {
     std::mt19937 rng(seed);
     for (int y = 0; y < s.rows; ++y)
         for (int x = 0; x < s.cols; ++x)
-            b->Row(y)[x] = s(y, x) ? uint8_t(90 + rng() % 31) : uint8_t(rng() % 2 ? rng() % 90 : 121 + rng() % 135);
+            b->Row(y)[x] =
+                s(y, x) ? uint8_t(90 + rng() % 31) : uint8_t(rng() % 2 ? rng() % 90 : 121 + rng() % 135);
     return b;
 }
 
@@ -106,7 +107,8 @@ void CheckScene(const Scene& scene, uint32_t seed) {
     for (int l = 1; l < nBg; ++l) {
         const cv::Rect box(bgStats.at<int>(l, cv::CC_STAT_LEFT), bgStats.at<int>(l, cv::CC_STAT_TOP),
                            bgStats.at<int>(l, cv::CC_STAT_WIDTH), bgStats.at<int>(l, cv::CC_STAT_HEIGHT));
-        if (box.x == 0 || box.y == 0 || box.x + box.width == scene.cols || box.y + box.height == scene.rows) continue;
+        if (box.x == 0 || box.y == 0 || box.x + box.width == scene.cols || box.y + box.height == scene.rows)
+            continue;
         int firstX = box.x;
         while (bgLabels.at<int>(box.y, firstX) != l) ++firstX;
         holeOwner[l] = labels.at<int>(box.y - 1, firstX);
@@ -189,7 +191,8 @@ TEST(BlobCrossCheck, NoiseOfEveryDensityMatchesConnectedComponents) {
         CheckScene(Noise(150, 110, seed, density), seed);
         ++seed;
     }
-    testing::AssertRecorder asserts;  // a region one pixel wide is not wider than the step: reported, still exact
+    testing::AssertRecorder
+        asserts;  // a region one pixel wide is not wider than the step: reported, still exact
     CheckScene(Noise(1, 1, 7, 1.0), 7);
     CheckScene(Noise(1, 40, 8, 0.5), 8);
     CheckScene(Noise(40, 1, 9, 0.5), 9);

@@ -73,7 +73,8 @@ void Blob::DrawCentroid(HalvardMetaDC* dc, const Matrix* xf, int halfSize) {
     dc->CrossAt(x, y, halfSize);
 }
 
-void BlobResult::HighlightTree(HalvardMetaDC* dc, bool centroids, Matrix* xf, int objectColour, int holeColour) {
+void BlobResult::HighlightTree(HalvardMetaDC* dc, bool centroids, Matrix* xf, int objectColour,
+                               int holeColour) {
     if (dc == nullptr) return;
     const MetaPen saved = dc->Pen();
     for (Blob* b : _list) {

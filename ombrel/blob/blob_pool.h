@@ -39,7 +39,7 @@ void ReportBlobPoolFailure(int32_t status);
 
 template <class T>
 class StoragePool {
-public:
+  public:
     explicit StoragePool(int maxChunks) { SetLimit(maxChunks); }
     ~StoragePool() {
         for (T* chunk : _chunks) ::operator delete[](chunk, kAlign, std::nothrow);
@@ -103,7 +103,8 @@ public:
     int Live() const { return _live; }
     size_t FreeListSize() const { return _free.size(); }
 
-    // Calls fn(T&) for every element handed out since the last Reset, live or freed (callers tell them apart).
+    // Calls fn(T&) for every element handed out since the last Reset, live or freed (callers tell them
+    // apart).
     template <class Fn>
     void ForEachUsed(Fn&& fn) {
         for (size_t c = 0; c < _chunks.size() && c <= _nextChunk; ++c) {
@@ -112,7 +113,7 @@ public:
         }
     }
 
-private:
+  private:
     // Chunks honour the element's alignment (records are aligned to cache lines).
     static constexpr std::align_val_t kAlign{alignof(T)};
 
@@ -127,7 +128,8 @@ private:
         T* chunk = nullptr;
         try {
             _chunks.reserve(_chunks.size() + 1);
-            chunk = static_cast<T*>(::operator new[](sizeof(T) * kBlobPoolChunkElements, kAlign, std::nothrow));
+            chunk =
+                static_cast<T*>(::operator new[](sizeof(T) * kBlobPoolChunkElements, kAlign, std::nothrow));
             if (_free.capacity() < 64) _free.reserve(64);
         } catch (const std::bad_alloc&) {
             chunk = nullptr;
@@ -160,7 +162,7 @@ private:
 // StoragePool: same chunk count, same free-list cap, and the same request fails with the same status.
 // Only the memory of a chunk is not taken (nothing would use it), so it cannot fail for lack of memory.
 class CountedPool {
-public:
+  public:
     explicit CountedPool(int maxChunks) { SetLimit(maxChunks); }
 
     void SetLimit(int maxChunks) {
@@ -171,9 +173,12 @@ public:
 
     // StoragePool::Alloc: false with Error() set when no element is left.
     bool Take() {
-        if (_free > 0) --_free;
-        else if (_nextIndex < kBlobPoolChunkElements && _nextChunk < _chunks) ++_nextIndex;
-        else if (!FromNextChunk()) return false;
+        if (_free > 0)
+            --_free;
+        else if (_nextIndex < kBlobPoolChunkElements && _nextChunk < _chunks)
+            ++_nextIndex;
+        else if (!FromNextChunk())
+            return false;
         ++_live;
         return true;
     }
@@ -196,7 +201,7 @@ public:
     int Live() const { return _live; }
     size_t FreeListSize() const { return static_cast<size_t>(_free); }
 
-private:
+  private:
     // StoragePool::FromNextChunk, counting chunks instead of holding them.
     bool FromNextChunk() {
         if (_nextIndex >= kBlobPoolChunkElements && _nextChunk + 1 < _chunks) {
@@ -228,7 +233,7 @@ private:
 // `_refs` (cleared by its constructor).
 template <class T>
 class RefStoragePool : public StoragePool<T> {
-public:
+  public:
     using StoragePool<T>::StoragePool;
     static void AddRef(T* element) {
         if (element != nullptr) ++element->_refs;

@@ -15,23 +15,27 @@ namespace {
 constexpr int32_t kSplitUnit = 2147483647;
 
 // Which routine a feature needs (0: none).
-constexpr int kFeatureRoutine[NUMFEAT] = {
-    0,                                // 0
-    0, 0, 0, 0, 0, 0, 0, 0, 5, 5,     // 1..10
-    0, 0, 0, 0, 0, 0, 0, 0, 0, 0,     // 11..20
-    0, 0, 1, 0, 0, 2, 2, 3, 3, 2,     // 21..30
-    4, 4, 0, 0, 0, 1, 2, 4, 0, 0,     // 31..40
-    0, 0, 0, 1, 3, 4, 4, 0, 0, 0,     // 41..50
-    0, 0, 0, 0, 3, 3, 3, 3, 0, 0,     // 51..60
-    0, 0, 0, 0};                      // 61..64
+constexpr int kFeatureRoutine[NUMFEAT] = {0,                             // 0
+                                          0, 0, 0, 0, 0, 0, 0, 0, 5, 5,  // 1..10
+                                          0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  // 11..20
+                                          0, 0, 1, 0, 0, 2, 2, 3, 3, 2,  // 21..30
+                                          4, 4, 0, 0, 0, 1, 2, 4, 0, 0,  // 31..40
+                                          0, 0, 0, 1, 3, 4, 4, 0, 0, 0,  // 41..50
+                                          0, 0, 0, 0, 3, 3, 3, 3, 0, 0,  // 51..60
+                                          0, 0, 0, 0};                   // 61..64
 
-constexpr int kRoutineBit[NUMFROUT] = {0, BLOB_DONE_PERIMETER, BLOB_DONE_RADII, BLOB_DONE_RADIAL_ANGLES,
-                                       BLOB_DONE_LENGTH_WIDTH, BLOB_DONE_REL_BOUNDARY};
+constexpr int kRoutineBit[NUMFROUT] = {0,
+                                       BLOB_DONE_PERIMETER,
+                                       BLOB_DONE_RADII,
+                                       BLOB_DONE_RADIAL_ANGLES,
+                                       BLOB_DONE_LENGTH_WIDTH,
+                                       BLOB_DONE_REL_BOUNDARY};
 constexpr int kRoutinePrerequisite[NUMFROUT] = {0, 5, 1, 2, 1, 0};
 
 }  // namespace
 
-// ---- Split sums ---------------------------------------------------------------------------------------------
+// ---- Split sums
+// ---------------------------------------------------------------------------------------------
 void SplitSum::Carry(int64_t r) {
     if (r > kSplitUnit) {
         // All the carries at once: a long run of a region far from the origin adds up to 2^47 (tens of
@@ -53,7 +57,8 @@ void SplitSum::AddSum(const SplitSum& other) {
     Add(other.remainder);
 }
 
-// ---- Accumulation -------------------------------------------------------------------------------------------
+// ---- Accumulation
+// -------------------------------------------------------------------------------------------
 void Blob::AddMoments(const Blob& other) {
     _area += other._area;
     _greySum += other._greySum;
@@ -81,7 +86,8 @@ void Blob::AddMoments(const Blob& other) {
     _seq = std::min(_seq, other._seq);
 }
 
-// ---- Completion features ------------------------------------------------------------------------------------
+// ---- Completion features
+// ------------------------------------------------------------------------------------
 bool Blob::HasMoments() const {
     const int32_t options = _res != nullptr ? _res->_options : 0;
     if ((options & BLOB_OPT_EXTENT_ONLY_0) && _color == 0) return false;
@@ -101,8 +107,12 @@ void Blob::Moments() {
     _f->_centroidDistance = std::sqrt(x * x + y * y);
 }
 
-double Blob::ImageX() const { return _f->_cx + (_res != nullptr ? _res->_origin.x : 0) - 0.5; }
-double Blob::ImageY() const { return _f->_cy + (_res != nullptr ? _res->_origin.y : 0) - 0.5; }
+double Blob::ImageX() const {
+    return _f->_cx + (_res != nullptr ? _res->_origin.x : 0) - 0.5;
+}
+double Blob::ImageY() const {
+    return _f->_cy + (_res != nullptr ? _res->_origin.y : 0) - 0.5;
+}
 
 void Blob::Holes() {
     _f->_dFilled = _filledArea;
@@ -284,12 +294,23 @@ void Blob::FeatRout(int routno) {
     const int pre = kRoutinePrerequisite[routno];
     if (pre != 0) FeatRout(pre);
     switch (routno) {
-        case 1: Perims(); break;
-        case 2: Radii(); break;
-        case 3: RAngle(); break;
-        case 4: LenWid(); break;
-        case 5: RelBdry(); break;
-        default: break;
+        case 1:
+            Perims();
+            break;
+        case 2:
+            Radii();
+            break;
+        case 3:
+            RAngle();
+            break;
+        case 4:
+            LenWid();
+            break;
+        case 5:
+            RelBdry();
+            break;
+        default:
+            break;
     }
     _computed |= static_cast<uint8_t>(kRoutineBit[routno]);
 }
@@ -301,75 +322,140 @@ void Blob::PreGetFeat(int featno) {
 
 double Blob::GetFeat(int featno) {
     const bool hasRes = Check(_res != nullptr, "blob", __LINE__, "_res");
-    if (!Check(featno > 0 && featno < NUMFEAT, "blob", __LINE__, "featno > 0 && featno < NUMFEAT")) return 0.0;
+    if (!Check(featno > 0 && featno < NUMFEAT, "blob", __LINE__, "featno > 0 && featno < NUMFEAT"))
+        return 0.0;
     if (!hasRes || _parent == nullptr || featno == BF_NONE || _f == nullptr) return 0.0;  // root: no parent
     EnsureDerived();
     PreGetFeat(featno);
     switch (featno) {
-        case BF_COLOR: return _color;
-        case BF_AREA: return _area;
-        case BF_FILLED_AREA: return _filledArea;
-        case BF_HOLES: return _nHoles;
-        case BF_LEFT: return _left;
-        case BF_RIGHT: return _right;
-        case BF_TOP: return _top;
-        case BF_BOTTOM: return _bottom;
-        case BF_SUM_DX: return _f->_sumDx;
-        case BF_SUM_DY: return _f->_sumDy;
-        case BF_SUM_X: return double(_sumX);
-        case BF_SUM_Y: return double(_sumY);
-        case BF_XX: return _xx.Value() / 12.0;
-        case BF_XY: return _xy.Value() / 4.0;
-        case BF_YY: return _yy.Value() / 12.0;
-        case BF_AREA_D: return _f->_dArea;
-        case BF_CENTROID_X: return ImageX();
-        case BF_CENTROID_Y: return ImageY();
-        case BF_MINOR_AXIS: return _f->_minor;
-        case BF_MAJOR_AXIS: return _f->_major;
-        case BF_AXIS_ANGLE: return _f->_angle;
-        case BF_PERIMETER: return _f->_perimeter;
-        case BF_FILLED_AREA_D: return _f->_dFilled;
-        case BF_AREA_FRACTION: return _res->_pixelCount != 0 ? _area / double(_res->_pixelCount) : 0.0;
-        case BF_MIN_RADIUS: return _f->_minRadius;
-        case BF_MAX_RADIUS: return _f->_maxRadius;
-        case BF_MIN_RADIUS_ANGLE: return _f->_minAngle;
-        case BF_MAX_RADIUS_ANGLE: return _f->_maxAngle;
-        case BF_MEAN_RADIUS: return _f->_meanRadius;
-        case BF_LENGTH: return _f->_length;
-        case BF_WIDTH: return _f->_width;
-        case BF_HOLE_AREA: return _f->_holeArea;
-        case BF_AREA_OVER_FILLED: return _f->_areaOverFilled;
-        case BF_AXIS_RATIO: return _f->_axisRatio;
-        case BF_P2_OVER_AREA: return _f->_p2OverArea;
-        case BF_RADIUS_RATIO: return _f->_radiusRatio;
-        case BF_WIDTH_OVER_LENGTH: return _f->_widthOverLength;
-        case BF_BOX_WIDTH: return _f->_boxWidth;
-        case BF_BOX_HEIGHT: return _f->_boxHeight;
-        case BF_BOX_AREA: return _f->_boxArea;
-        case BF_FILLED_OVER_BOX: return _f->_filledOverBox;
-        case BF_CENTROID_DISTANCE: return _f->_centroidDistance;
-        case BF_COMPACTNESS: return _f->_compactness;
-        case BF_RADIAL_ANGLE_DIFF: return _f->_angleDiff;
-        case BF_LENBOX_OFFSET_ALONG: return _f->_offAlong;
-        case BF_LENBOX_OFFSET_ACROSS: return _f->_offAcross;
-        case BF_BOTTOM_END_X: return _bottomX;
-        case BF_RIGHT_ROW: return _rightRow;
-        case BF_TOP_X: return _topX;
-        case BF_LEFT_ROW: return _leftRow;
-        case BF_PARENT_LABEL: return _parent->_label;
-        case BF_MEAN_GREY: return _area != 0 ? double(_greySum) / _area : 0.0;
-        case BF_GREY_SUM: return double(_greySum);
-        case BF_MIN_RADIUS_DX: return _f->_minDx;
-        case BF_MIN_RADIUS_DY: return _f->_minDy;
-        case BF_MAX_RADIUS_DX: return _f->_maxDx;
-        case BF_MAX_RADIUS_DY: return _f->_maxDy;
-        case BF_AXIS_FRAME_00: return _f->_frame[0][0];
-        case BF_AXIS_FRAME_01: return _f->_frame[0][1];
-        case BF_AXIS_FRAME_02: return _f->_frame[0][2];
-        case BF_AXIS_FRAME_10: return _f->_frame[1][0];
-        case BF_AXIS_FRAME_11: return _f->_frame[1][1];
-        case BF_AXIS_FRAME_12: return _f->_frame[1][2];
-        default: return 0.0;
+        case BF_COLOR:
+            return _color;
+        case BF_AREA:
+            return _area;
+        case BF_FILLED_AREA:
+            return _filledArea;
+        case BF_HOLES:
+            return _nHoles;
+        case BF_LEFT:
+            return _left;
+        case BF_RIGHT:
+            return _right;
+        case BF_TOP:
+            return _top;
+        case BF_BOTTOM:
+            return _bottom;
+        case BF_SUM_DX:
+            return _f->_sumDx;
+        case BF_SUM_DY:
+            return _f->_sumDy;
+        case BF_SUM_X:
+            return double(_sumX);
+        case BF_SUM_Y:
+            return double(_sumY);
+        case BF_XX:
+            return _xx.Value() / 12.0;
+        case BF_XY:
+            return _xy.Value() / 4.0;
+        case BF_YY:
+            return _yy.Value() / 12.0;
+        case BF_AREA_D:
+            return _f->_dArea;
+        case BF_CENTROID_X:
+            return ImageX();
+        case BF_CENTROID_Y:
+            return ImageY();
+        case BF_MINOR_AXIS:
+            return _f->_minor;
+        case BF_MAJOR_AXIS:
+            return _f->_major;
+        case BF_AXIS_ANGLE:
+            return _f->_angle;
+        case BF_PERIMETER:
+            return _f->_perimeter;
+        case BF_FILLED_AREA_D:
+            return _f->_dFilled;
+        case BF_AREA_FRACTION:
+            return _res->_pixelCount != 0 ? _area / double(_res->_pixelCount) : 0.0;
+        case BF_MIN_RADIUS:
+            return _f->_minRadius;
+        case BF_MAX_RADIUS:
+            return _f->_maxRadius;
+        case BF_MIN_RADIUS_ANGLE:
+            return _f->_minAngle;
+        case BF_MAX_RADIUS_ANGLE:
+            return _f->_maxAngle;
+        case BF_MEAN_RADIUS:
+            return _f->_meanRadius;
+        case BF_LENGTH:
+            return _f->_length;
+        case BF_WIDTH:
+            return _f->_width;
+        case BF_HOLE_AREA:
+            return _f->_holeArea;
+        case BF_AREA_OVER_FILLED:
+            return _f->_areaOverFilled;
+        case BF_AXIS_RATIO:
+            return _f->_axisRatio;
+        case BF_P2_OVER_AREA:
+            return _f->_p2OverArea;
+        case BF_RADIUS_RATIO:
+            return _f->_radiusRatio;
+        case BF_WIDTH_OVER_LENGTH:
+            return _f->_widthOverLength;
+        case BF_BOX_WIDTH:
+            return _f->_boxWidth;
+        case BF_BOX_HEIGHT:
+            return _f->_boxHeight;
+        case BF_BOX_AREA:
+            return _f->_boxArea;
+        case BF_FILLED_OVER_BOX:
+            return _f->_filledOverBox;
+        case BF_CENTROID_DISTANCE:
+            return _f->_centroidDistance;
+        case BF_COMPACTNESS:
+            return _f->_compactness;
+        case BF_RADIAL_ANGLE_DIFF:
+            return _f->_angleDiff;
+        case BF_LENBOX_OFFSET_ALONG:
+            return _f->_offAlong;
+        case BF_LENBOX_OFFSET_ACROSS:
+            return _f->_offAcross;
+        case BF_BOTTOM_END_X:
+            return _bottomX;
+        case BF_RIGHT_ROW:
+            return _rightRow;
+        case BF_TOP_X:
+            return _topX;
+        case BF_LEFT_ROW:
+            return _leftRow;
+        case BF_PARENT_LABEL:
+            return _parent->_label;
+        case BF_MEAN_GREY:
+            return _area != 0 ? double(_greySum) / _area : 0.0;
+        case BF_GREY_SUM:
+            return double(_greySum);
+        case BF_MIN_RADIUS_DX:
+            return _f->_minDx;
+        case BF_MIN_RADIUS_DY:
+            return _f->_minDy;
+        case BF_MAX_RADIUS_DX:
+            return _f->_maxDx;
+        case BF_MAX_RADIUS_DY:
+            return _f->_maxDy;
+        case BF_AXIS_FRAME_00:
+            return _f->_frame[0][0];
+        case BF_AXIS_FRAME_01:
+            return _f->_frame[0][1];
+        case BF_AXIS_FRAME_02:
+            return _f->_frame[0][2];
+        case BF_AXIS_FRAME_10:
+            return _f->_frame[1][0];
+        case BF_AXIS_FRAME_11:
+            return _f->_frame[1][1];
+        case BF_AXIS_FRAME_12:
+            return _f->_frame[1][2];
+        default:
+            return 0.0;
     }
 }
 
@@ -378,7 +464,8 @@ void Blob::BoundingBox(Rect& r) const {
     r = Rect{_left + o.x, _top + o.y, _right + o.x, _bottom + o.y};
 }
 
-// ---- Result -------------------------------------------------------------------------------------------------
+// ---- Result
+// -------------------------------------------------------------------------------------------------
 BlobResult::BlobResult() : BlobResult(0, 1.0, 1.0) {}
 BlobResult::BlobResult(double scaleX, double scaleY) : BlobResult(0, scaleX, scaleY) {}
 BlobResult::BlobResult(int drawMode, double scaleX, double scaleY)
@@ -476,8 +563,10 @@ void BlobResult::BuildList() {
         Blob* p = b->_parent;
         b->_sibling = nullptr;
         b->_prevSibling = p->_lastChild;
-        if (p->_lastChild != nullptr) p->_lastChild->_sibling = b;
-        else p->_child = b;
+        if (p->_lastChild != nullptr)
+            p->_lastChild->_sibling = b;
+        else
+            p->_child = b;
         p->_lastChild = b;
     }
     if (_root != nullptr) _root->_label = 0;

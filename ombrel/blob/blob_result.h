@@ -51,35 +51,35 @@ class swBlobAgent;
 class HalvardMetaDC;
 struct Matrix;
 
-inline constexpr int NUMFEAT = 65;   // features are numbered 1..64
-inline constexpr int NUMFROUT = 6;   // feature routines are numbered 1..5
+inline constexpr int NUMFEAT = 65;  // features are numbered 1..64
+inline constexpr int NUMFROUT = 6;  // feature routines are numbered 1..5
 inline constexpr int kBdryCellPoints = 23;
 
 // Feature numbers for Blob::GetFeat. [n] marks features computed on first request by routine n.
 enum BlobFeature : int {
-    BF_COLOR = 1,              // 0 or -1
+    BF_COLOR = 1,  // 0 or -1
     BF_AREA = 2,
-    BF_FILLED_AREA = 3,        // area plus the filled areas of the children
-    BF_HOLES = 4,              // number of direct children
-    BF_LEFT = 5,               // region coordinates
-    BF_RIGHT = 6,              // exclusive
+    BF_FILLED_AREA = 3,  // area plus the filled areas of the children
+    BF_HOLES = 4,        // number of direct children
+    BF_LEFT = 5,         // region coordinates
+    BF_RIGHT = 6,        // exclusive
     BF_TOP = 7,
-    BF_BOTTOM = 8,             // exclusive
-    BF_SUM_DX = 9,             // sum |dx| along the boundary [5]
-    BF_SUM_DY = 10,            // sum |dy| along the boundary [5]
-    BF_SUM_X = 11,             // twice the sum of x
-    BF_SUM_Y = 12,             // twice the sum of (y + 0.5)
-    BF_XX = 13,                // xx / 12
-    BF_XY = 14,                // xy / 4
-    BF_YY = 15,                // yy / 12
+    BF_BOTTOM = 8,   // exclusive
+    BF_SUM_DX = 9,   // sum |dx| along the boundary [5]
+    BF_SUM_DY = 10,  // sum |dy| along the boundary [5]
+    BF_SUM_X = 11,   // twice the sum of x
+    BF_SUM_Y = 12,   // twice the sum of (y + 0.5)
+    BF_XX = 13,      // xx / 12
+    BF_XY = 14,      // xy / 4
+    BF_YY = 15,      // yy / 12
     BF_AREA_D = 16,
-    BF_CENTROID_X = 17,        // image coordinates, see above
+    BF_CENTROID_X = 17,  // image coordinates, see above
     BF_CENTROID_Y = 18,
     BF_MINOR_AXIS = 19,
     BF_MAJOR_AXIS = 20,
-    BF_AXIS_ANGLE = 21,        // radians
-    BF_NONE = 22,              // always 0.0
-    BF_PERIMETER = 23,         // [1]
+    BF_AXIS_ANGLE = 21,  // radians
+    BF_NONE = 22,        // always 0.0
+    BF_PERIMETER = 23,   // [1]
     BF_FILLED_AREA_D = 24,
     BF_AREA_FRACTION = 25,     // area / ROI pixel count
     BF_MIN_RADIUS = 26,        // [2]
@@ -91,34 +91,34 @@ enum BlobFeature : int {
     BF_WIDTH = 32,             // [4]
     BF_HOLE_AREA = 33,
     BF_AREA_OVER_FILLED = 34,
-    BF_AXIS_RATIO = 35,        // minor / major (width / height without moments)
-    BF_P2_OVER_AREA = 36,      // perimeter^2 / filled area [1]
-    BF_RADIUS_RATIO = 37,      // minimum / maximum radius [2]
-    BF_WIDTH_OVER_LENGTH = 38, // [4]
+    BF_AXIS_RATIO = 35,         // minor / major (width / height without moments)
+    BF_P2_OVER_AREA = 36,       // perimeter^2 / filled area [1]
+    BF_RADIUS_RATIO = 37,       // minimum / maximum radius [2]
+    BF_WIDTH_OVER_LENGTH = 38,  // [4]
     BF_BOX_WIDTH = 39,
     BF_BOX_HEIGHT = 40,
     BF_BOX_AREA = 41,
     BF_FILLED_OVER_BOX = 42,
-    BF_CENTROID_DISTANCE = 43, // from the image origin
-    BF_COMPACTNESS = 44,       // [1]
-    BF_RADIAL_ANGLE_DIFF = 45, // [3]
+    BF_CENTROID_DISTANCE = 43,     // from the image origin
+    BF_COMPACTNESS = 44,           // [1]
+    BF_RADIAL_ANGLE_DIFF = 45,     // [3]
     BF_LENBOX_OFFSET_ALONG = 46,   // [4]
     BF_LENBOX_OFFSET_ACROSS = 47,  // [4]
-    BF_BOTTOM_END_X = 48,      // end x of the last run on the bottom row
-    BF_RIGHT_ROW = 49,         // row of the right extreme
-    BF_TOP_X = 50,             // x of the first run on the top row
-    BF_LEFT_ROW = 51,          // row of the left extreme
+    BF_BOTTOM_END_X = 48,          // end x of the last run on the bottom row
+    BF_RIGHT_ROW = 49,             // row of the right extreme
+    BF_TOP_X = 50,                 // x of the first run on the top row
+    BF_LEFT_ROW = 51,              // row of the left extreme
     BF_PARENT_LABEL = 52,
-    BF_MEAN_GREY = 53,         // grey sum / area (needs filter flag 8)
+    BF_MEAN_GREY = 53,  // grey sum / area (needs filter flag 8)
     BF_GREY_SUM = 54,
-    BF_MIN_RADIUS_DX = 55,     // [3]
-    BF_MIN_RADIUS_DY = 56,     // [3]
-    BF_MAX_RADIUS_DX = 57,     // [3]
-    BF_MAX_RADIUS_DY = 58,     // [3]
-    BF_AXIS_FRAME_00 = 59,     // (cos a, sin a, -(X cos a + Y sin a))
+    BF_MIN_RADIUS_DX = 55,  // [3]
+    BF_MIN_RADIUS_DY = 56,  // [3]
+    BF_MAX_RADIUS_DX = 57,  // [3]
+    BF_MAX_RADIUS_DY = 58,  // [3]
+    BF_AXIS_FRAME_00 = 59,  // (cos a, sin a, -(X cos a + Y sin a))
     BF_AXIS_FRAME_01 = 60,
     BF_AXIS_FRAME_02 = 61,
-    BF_AXIS_FRAME_10 = 62,     // (-sin a, cos a, X sin a - Y cos a)
+    BF_AXIS_FRAME_10 = 62,  // (-sin a, cos a, X sin a - Y cos a)
     BF_AXIS_FRAME_11 = 63,
     BF_AXIS_FRAME_12 = 64,
 };
@@ -135,12 +135,12 @@ enum BlobOption : int32_t {
 
 // Filter flags of the agent (default BLOB_FILTER_BORDER_CHILDREN).
 enum BlobFilter : int32_t {
-    BLOB_FILTER_MIN_TOP_ONLY = 1,     // the minimum-area filter looks at top-level regions only
-    BLOB_FILTER_MAX_TOP_ONLY = 2,     // the maximum-area filter looks at top-level regions only
-    BLOB_FILTER_BORDER = 4,           // delete regions touching the region's border
-    BLOB_FILTER_GREY = 8,             // accumulate grey sums
-    BLOB_FILTER_BORDER_CHILDREN = 16, // the border filter deletes the children too
-    BLOB_FILTER_PLAIN_AREA = 32,      // the area filters compare the area, not the filled area
+    BLOB_FILTER_MIN_TOP_ONLY = 1,      // the minimum-area filter looks at top-level regions only
+    BLOB_FILTER_MAX_TOP_ONLY = 2,      // the maximum-area filter looks at top-level regions only
+    BLOB_FILTER_BORDER = 4,            // delete regions touching the region's border
+    BLOB_FILTER_GREY = 8,              // accumulate grey sums
+    BLOB_FILTER_BORDER_CHILDREN = 16,  // the border filter deletes the children too
+    BLOB_FILTER_PLAIN_AREA = 32,       // the area filters compare the area, not the filled area
 };
 
 // Bits of Blob::Computed().
@@ -167,9 +167,9 @@ struct BdryCell {
     BdryPoint pts[kBdryCellPoints];
     int16_t count = 0;
     uint8_t flags = 0;
-    BdryCell* next = nullptr;      // next cell down the chain
-    BdryCell* first = nullptr;     // first cell of this chain (kept in every cell)
-    BdryCell* topLink = nullptr;   // first cell of the chain joined at the top (set in the first cell)
+    BdryCell* next = nullptr;        // next cell down the chain
+    BdryCell* first = nullptr;       // first cell of this chain (kept in every cell)
+    BdryCell* topLink = nullptr;     // first cell of the chain joined at the top (set in the first cell)
     BdryCell* bottomLink = nullptr;  // first cell of the chain joined at the bottom (set in the first cell)
 };
 
@@ -187,7 +187,7 @@ struct BlobFeatures {
     double _minR2, _maxR2, _sumR;
     int32_t _minIdx, _maxIdx;
     double _minPx, _minPy, _maxPx, _maxPy;  // region coordinates of the extreme points
-    double _projMin[2], _projMax[2];  // 1/16 pixel, along and across the axis
+    double _projMin[2], _projMax[2];        // 1/16 pixel, along and across the axis
     double _perimeter, _p2OverArea, _compactness;
     double _minRadius, _maxRadius, _meanRadius, _radiusRatio;
     double _minAngle, _maxAngle, _angleDiff;
@@ -197,7 +197,7 @@ struct BlobFeatures {
 
 // A second-moment sum kept as count x 2147483647 + remainder.
 struct SplitSum {
-    int32_t count = 0;      // overflow count
+    int32_t count = 0;  // overflow count
     int32_t remainder = 0;
     // Carries into the count whenever the remainder would pass 2147483647; the value stays exact.
     void Add(int64_t increment) {
@@ -231,7 +231,7 @@ class alignas(64) Blob {
     int64_t _sumY = 0;
     SplitSum _xx, _xy, _yy;
 
-public:
+  public:
     // Only the accumulated part is initialised: the derived features are written before they are read.
     Blob() noexcept {}
 
@@ -267,7 +267,7 @@ public:
     void SetMomentLevel();
     void AddMoments(const Blob& other);
 
-private:
+  private:
     friend class BlobResult;
     friend class BlobAgent;
     friend class swBlobAgent;
@@ -313,7 +313,8 @@ private:
     int32_t _filledArea = 0;
     int32_t _nHoles = 0;
     int64_t _greySum = 0;
-    uint32_t _seq = 0;  // creation order; the smallest of merged regions is kept (raster order of first pixel)
+    uint32_t _seq =
+        0;  // creation order; the smallest of merged regions is kept (raster order of first pixel)
     int64_t _childFilled = 0;  // sum of the filled areas of the children (0 for a child still open)
     int32_t _nChildren = 0;
 
@@ -321,13 +322,13 @@ private:
     bool _inUse = false;
     BlobResult* _res = nullptr;
 
-public:
+  public:
     // Pool bookkeeping (RefStoragePool).
     int32_t _refs = 0;
 };
 
 class BlobResult {
-public:
+  public:
     BlobResult();
     BlobResult(double scaleX, double scaleY);
     BlobResult(int drawMode, double scaleX, double scaleY);
@@ -367,7 +368,7 @@ public:
     StoragePool<BdryCell>& BdryPool() { return _bdryPool; }
     int ChunkLimit() const { return _blobPool.Limit(); }
 
-private:
+  private:
     friend class Blob;
     friend class BlobAgent;
     friend class swBlobAgent;
@@ -414,7 +415,8 @@ inline void Blob::SetMomentLevel() {
     const int32_t options = _res != nullptr ? _res->_options : 0;
     if (((options & BLOB_OPT_EXTENT_ONLY_0) && _color == 0) || !(options & BLOB_OPT_FIRST_MOMENTS))
         _momentLevel = 0;
-    else _momentLevel = (options & BLOB_OPT_SECOND_MOMENTS) ? 2 : 1;
+    else
+        _momentLevel = (options & BLOB_OPT_SECOND_MOMENTS) ? 2 : 1;
 }
 
 // Inline: it runs once per run, and a call per run is a noticeable share of a noisy image.
@@ -433,7 +435,7 @@ inline void Blob::ExtendMoments(int y, int x0, int x1, int64_t grey, int stepY) 
     _bottom = static_cast<int16_t>(y);
     _bottomX = static_cast<int16_t>(x1);
     if (_momentLevel == 0) return;
-    const int64_t m = x0 + x1 - 1;       // twice the mean x of the run
+    const int64_t m = x0 + x1 - 1;              // twice the mean x of the run
     const int64_t ty = 2 * int64_t{y} + stepY;  // twice the mean row (centre) of the rows it stands for
     _sumX += m * len * stepY;
     _sumY += ty * len * stepY;

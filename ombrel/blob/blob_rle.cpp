@@ -86,8 +86,10 @@ int Transitions(const uint8_t* p, int start, int cnt, int xoff, Band band, int* 
 
 int CodeSpanStep1(const uint8_t* p, int cnt, int xoff, Band band, int16_t* out, Isa isa) {
     int state = 0, n = 0, done = 0;
-    if (isa >= Isa::Avx2) done = avx2::Transitions(p, 0, cnt, xoff, band, &state, out, &n);
-    else if (isa >= Isa::Sse2) done = sse2::Transitions(p, 0, cnt, xoff, band, &state, out, &n);
+    if (isa >= Isa::Avx2)
+        done = avx2::Transitions(p, 0, cnt, xoff, band, &state, out, &n);
+    else if (isa >= Isa::Sse2)
+        done = sse2::Transitions(p, 0, cnt, xoff, band, &state, out, &n);
     n += scalar::Transitions(p, done, cnt, xoff, band, &state, out + n);
     if (state) out[n++] = static_cast<int16_t>(cnt + xoff);
     return n;

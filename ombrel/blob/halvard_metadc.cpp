@@ -37,7 +37,9 @@ const uint8_t* GlyphRows(char c) {
     return kBox;
 }
 
-int ClampPen(int v) { return std::clamp(v, 1, 16); }
+int ClampPen(int v) {
+    return std::clamp(v, 1, 16);
+}
 
 // Something that can set one pixel to a colour.
 struct Canvas {
@@ -48,7 +50,8 @@ struct Canvas {
 };
 
 // Cuts the segment to the rectangle [lo, hi] in both axes (Liang-Barsky); false when nothing is left.
-bool ClipSegment(double& x0, double& y0, double& x1, double& y1, double loX, double loY, double hiX, double hiY) {
+bool ClipSegment(double& x0, double& y0, double& x1, double& y1, double loX, double loY, double hiX,
+                 double hiY) {
     if (!std::isfinite(x0) || !std::isfinite(y0) || !std::isfinite(x1) || !std::isfinite(y1)) return false;
     double t0 = 0.0, t1 = 1.0;
     const double dx = x1 - x0, dy = y1 - y0;
@@ -60,8 +63,10 @@ bool ClipSegment(double& x0, double& y0, double& x1, double& y1, double loX, dou
             continue;
         }
         const double t = q[i] / p[i];
-        if (p[i] < 0.0) t0 = std::max(t0, t);
-        else t1 = std::min(t1, t);
+        if (p[i] < 0.0)
+            t0 = std::max(t0, t);
+        else
+            t1 = std::min(t1, t);
         if (t0 > t1) return false;
     }
     const double ox = x0, oy = y0;
@@ -146,8 +151,12 @@ void Play(const std::vector<HalvardMetaDC::Record>& records, Canvas& canvas, int
                 Line(canvas, r.x, r.y - h, r.x, r.y + h, pen, limit);
                 break;
             }
-            case HalvardMetaDC::Op::SelectObject: pen = r.pen; break;
-            case HalvardMetaDC::Op::TextAt: Text(canvas, r.x, r.y, r.text, pen); break;
+            case HalvardMetaDC::Op::SelectObject:
+                pen = r.pen;
+                break;
+            case HalvardMetaDC::Op::TextAt:
+                Text(canvas, r.x, r.y, r.text, pen);
+                break;
         }
     }
 }
@@ -195,9 +204,15 @@ void HalvardMetaDC::Add(Record&& record) {
     }
 }
 
-void HalvardMetaDC::MoveTo(double x, double y) { Add({Op::MoveTo, x, y, 0, {}, {}}); }
-void HalvardMetaDC::LineTo(double x, double y) { Add({Op::LineTo, x, y, 0, {}, {}}); }
-void HalvardMetaDC::CrossAt(double x, double y, int halfSize) { Add({Op::CrossAt, x, y, halfSize, {}, {}}); }
+void HalvardMetaDC::MoveTo(double x, double y) {
+    Add({Op::MoveTo, x, y, 0, {}, {}});
+}
+void HalvardMetaDC::LineTo(double x, double y) {
+    Add({Op::LineTo, x, y, 0, {}, {}});
+}
+void HalvardMetaDC::CrossAt(double x, double y, int halfSize) {
+    Add({Op::CrossAt, x, y, halfSize, {}, {}});
+}
 MetaPen HalvardMetaDC::SelectObject(const MetaPen& pen) {
     const MetaPen previous = _pen;
     _pen = pen;
@@ -246,8 +261,8 @@ std::string HalvardMetaDC::SvgText(int width, int height) const {
     char line[256];
     // Pixel (x, y) is the cell [x, x+1) x [y, y+1): a point drawn at pixel x lies at x + 0.5 in SVG.
     auto style = [&] {
-        return "stroke=\"" + SvgColour(pen.colour) + "\" stroke-width=\"" + std::to_string(ClampPen(pen.width)) +
-               "\" fill=\"none\"";
+        return "stroke=\"" + SvgColour(pen.colour) + "\" stroke-width=\"" +
+               std::to_string(ClampPen(pen.width)) + "\" fill=\"none\"";
     };
     for (const auto& r : _records) {
         switch (r.op) {
@@ -256,18 +271,21 @@ std::string HalvardMetaDC::SvgText(int width, int height) const {
                 cy = r.y;
                 break;
             case Op::LineTo:
-                std::snprintf(line, sizeof line, "<line x1=\"%.2f\" y1=\"%.2f\" x2=\"%.2f\" y2=\"%.2f\" ", cx + 0.5,
-                              cy + 0.5, r.x + 0.5, r.y + 0.5);
+                std::snprintf(line, sizeof line, "<line x1=\"%.2f\" y1=\"%.2f\" x2=\"%.2f\" y2=\"%.2f\" ",
+                              cx + 0.5, cy + 0.5, r.x + 0.5, r.y + 0.5);
                 svg += line + style() + "/>\n";
                 cx = r.x;
                 cy = r.y;
                 break;
             case Op::CrossAt:
-                std::snprintf(line, sizeof line, "<path d=\"M%.2f %.2fH%.2fM%.2f %.2fV%.2f\" ", r.x - r.size + 0.5,
-                              r.y + 0.5, r.x + r.size + 0.5, r.x + 0.5, r.y - r.size + 0.5, r.y + r.size + 0.5);
+                std::snprintf(line, sizeof line, "<path d=\"M%.2f %.2fH%.2fM%.2f %.2fV%.2f\" ",
+                              r.x - r.size + 0.5, r.y + 0.5, r.x + r.size + 0.5, r.x + 0.5,
+                              r.y - r.size + 0.5, r.y + r.size + 0.5);
                 svg += line + style() + "/>\n";
                 break;
-            case Op::SelectObject: pen = r.pen; break;
+            case Op::SelectObject:
+                pen = r.pen;
+                break;
             case Op::TextAt: {
                 // The same 3x5 font as the raster output, as filled squares.
                 const int scale = ClampPen(pen.textScale);
@@ -278,7 +296,8 @@ std::string HalvardMetaDC::SvgText(int width, int height) const {
                     for (int row = 0; row < 5; ++row)
                         for (int col = 0; col < 3; ++col)
                             if (rows[row] & (4 >> col)) {
-                                std::snprintf(line, sizeof line, "<rect x=\"%.2f\" y=\"%.2f\" width=\"%d\" height=\"%d\"/>",
+                                std::snprintf(line, sizeof line,
+                                              "<rect x=\"%.2f\" y=\"%.2f\" width=\"%d\" height=\"%d\"/>",
                                               x + col * scale, r.y + row * scale, scale, scale);
                                 svg += line;
                             }

@@ -18,7 +18,8 @@
 
 namespace ombrel {
 
-// A 2-D affine transform applied to drawn points: x' = m[0][0] x + m[0][1] y + m[0][2], y' likewise with row 1.
+// A 2-D affine transform applied to drawn points: x' = m[0][0] x + m[0][1] y + m[0][2], y' likewise with
+// row 1.
 struct Matrix {
     double m[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
     void Apply(double& x, double& y) const {
@@ -37,7 +38,7 @@ struct MetaPen {
 };
 
 class HalvardMetaDC {
-public:
+  public:
     enum class Op : uint8_t { MoveTo, LineTo, CrossAt, SelectObject, TextAt };
     struct Record {
         Op op;
@@ -53,7 +54,9 @@ public:
     void CrossAt(double x, double y, int halfSize = 3);
     // Selects the pen for what follows; returns the previous one.
     MetaPen SelectObject(const MetaPen& pen);
-    MetaPen SelectObject(uint32_t colour, int width = 1) { return SelectObject(MetaPen{colour, width, _pen.textScale}); }
+    MetaPen SelectObject(uint32_t colour, int width = 1) {
+        return SelectObject(MetaPen{colour, width, _pen.textScale});
+    }
     // Text with its upper-left corner at (x, y).
     void TextAt(double x, double y, std::string_view text);
 
@@ -71,7 +74,7 @@ public:
     std::string ToSvg(int width, int height) const;
     bool WriteSvg(const std::string& path, int width, int height) const;
 
-private:
+  private:
     void Add(Record&& record);
     std::string SvgText(int width, int height) const;
     std::vector<Record> _records;

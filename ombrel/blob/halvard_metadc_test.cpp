@@ -19,8 +19,8 @@ TEST(HalvardMetaDC, RendersLinesCrossesAndTextInsideTheImage) {
     HalvardMetaDC dc;
     dc.SelectObject(0xFFFFFF);
     dc.MoveTo(1, 1);
-    dc.LineTo(8, 1);   // 8 pixels
-    dc.LineTo(8, 4);   // 3 more
+    dc.LineTo(8, 1);      // 8 pixels
+    dc.LineTo(8, 4);      // 3 more
     dc.CrossAt(3, 6, 1);  // 5 pixels
     dc.SelectObject(0x808080);
     dc.MoveTo(-1e12, 5);
@@ -48,7 +48,8 @@ TEST(HalvardMetaDC, RendersLinesCrossesAndTextInsideTheImage) {
 
     const std::string svg = dc.ToSvg(12, 10);
     EXPECT_NE(svg.find("<svg"), std::string::npos);
-    EXPECT_NE(svg.find("<line x1=\"1.50\" y1=\"1.50\" x2=\"8.50\" y2=\"1.50\" stroke=\"#ffffff\""), std::string::npos);
+    EXPECT_NE(svg.find("<line x1=\"1.50\" y1=\"1.50\" x2=\"8.50\" y2=\"1.50\" stroke=\"#ffffff\""),
+              std::string::npos);
 }
 
 TEST(HalvardMetaDC, HighlightTreeDrawsBoundariesAndCentroids) {
