@@ -3,6 +3,7 @@
 #pragma once
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -79,3 +80,27 @@ inline std::string IsaTestName(const ::testing::TestParamInfo<Isa>& info) {
         if (static_cast<int>(isa) > static_cast<int>(::ombrel::DetectedIsa())) \
             GTEST_SKIP() << "this CPU lacks " << ::ombrel::IsaName(isa);       \
     } while (0)
+
+namespace ombrel::testing {
+
+// The one fixture of every test that proves a kernel level byte-identical to the scalar reference: the
+// level is the parameter (and part of the test name), levels this CPU lacks skip, and the process is
+// capped at the level for the test's life. Instantiate with OMBREL_INSTANTIATE_ISA_LEVELS(Suite).
+class IsaLevelTest : public ::testing::TestWithParam<Isa> {
+  protected:
+    void SetUp() override {
+        OMBREL_SKIP_IF_UNSUPPORTED(GetParam());
+        _cap.emplace(GetParam());
+    }
+    void TearDown() override { _cap.reset(); }
+    Isa Level() const { return GetParam(); }
+
+  private:
+    std::optional<ScopedIsaCap> _cap;
+};
+
+}  // namespace ombrel::testing
+
+#define OMBREL_INSTANTIATE_ISA_LEVELS(Suite)                                                        \
+    INSTANTIATE_TEST_SUITE_P(Levels, Suite, ::testing::ValuesIn(::ombrel::testing::AllIsaLevels()), \
+                             ::ombrel::testing::IsaTestName)

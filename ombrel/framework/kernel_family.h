@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+// Internal: how every operation reaches its kernels.
+//
+// A kernel works on the pixels [begin, end) of one span and returns where it stopped. The scalar kernel is
+// the reference: it always finishes (returns end). A vector kernel handles whole vectors only and returns the
+// index after the last one; the scalar kernel then does the rest, so tails use the reference arithmetic by
+// construction. Every level of a family has the same signature:
+//
+//     int Kernel(int begin, int end, Args... args);
+//
+// and lives in ombrel::<operation>::<isa> (scalar, sse2, avx2, avx512). A family lists one entry per level;
+// a level without a kernel of its own is left null and runs the widest kernel below it. A level is listed
+// only when its kernel really uses that instruction set.
+#pragma once
+
+#include "ombrel/framework/isa.h"
+
+namespace ombrel {
+
+template <class Signature>
+class KernelFamily;
+
+template <class... Args>
+class KernelFamily<int(int, int, Args...)> {
+  public:
+    using Fn = int (*)(int begin, int end, Args... args);
+
+    constexpr KernelFamily(Fn scalar, Fn sse2, Fn avx2, Fn avx512) : _level{scalar, sse2, avx2, avx512} {}
+
+    // The widest kernel at or below `isa`: the one rule for choosing a level.
+    Fn At(Isa isa) const {
+        for (int level = static_cast<int>(isa); level > 0; --level)
+            if (_level[level] != nullptr) return _level[level];
+        return _level[0];
+    }
+    Fn Scalar() const { return _level[0]; }
+    bool HasOwnKernel(Isa isa) const { return _level[static_cast<int>(isa)] != nullptr; }
+
+    // Runs the span through `kernel` (normally At(isa), looked up once per Go) and lets the scalar
+    // reference finish what it left. Returns end.
+    int Run(Fn kernel, int begin, int end, Args... args) const {
+        if (kernel != _level[0]) begin = kernel(begin, end, args...);
+        return begin < end ? _level[0](begin, end, args...) : end;
+    }
+    int Run(Isa isa, int begin, int end, Args... args) const { return Run(At(isa), begin, end, args...); }
+
+  private:
+    Fn _level[4];
+};
+
+}  // namespace ombrel
