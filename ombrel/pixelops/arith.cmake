@@ -6,6 +6,7 @@ target_sources(Ombrel PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/arith_kernels_scalar.cpp)
 ombrel_add_kernels(arith sse2 ${CMAKE_CURRENT_LIST_DIR}/arith_kernels_sse2.cpp)
 ombrel_add_kernels(arith avx2 ${CMAKE_CURRENT_LIST_DIR}/arith_kernels_avx2.cpp)
+ombrel_add_kernels(arith avx512 ${CMAKE_CURRENT_LIST_DIR}/arith_kernels_avx512.cpp)
 
 ombrel_add_test(arith_tests ${CMAKE_CURRENT_LIST_DIR}/arith_test.cpp)
 # Cross-checks against OpenCV where it computes the same bytes (tests only; the library never links it).

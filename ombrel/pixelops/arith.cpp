@@ -9,6 +9,7 @@
 #include "ombrel/framework/factory.h"
 #include "ombrel/framework/hal.h"
 #include "ombrel/framework/isa.h"
+#include "ombrel/framework/kernel_family.h"
 #include "ombrel/framework/region_clip.h"
 #include "ombrel/pixelops/arith_kernels.h"
 
@@ -250,23 +251,18 @@ int swArithAgent::ProcessOp() {
     p.clip = mClip != 0, p.flag = mSecondFlag != 0;
     p.low = mBandLow, p.high = mBandHigh;
     p.maskOp = mMaskOp, p.mask = mMask, p.maskShift = mMaskShift;
-    const arith::SpanFn routine = (p.withGain ? arith::scalar::kWithGain : arith::scalar::kNoGain)[mOpCode];
-
-    const bool packed = PackedPath();
-    const arith::VectorKernels kernels = arith::KernelsFor(KernelLevel());
-    const arith::VectorPlan plan = arith::PlanVector(p, packed);
+    const arith::VectorPlan plan = arith::PlanVector(p, PackedPath());
+    const auto kernel = arith::kSpanKernels.At(KernelLevel());
 
     uint64_t sum = 0, nonZero = 0;
     auto span = [&](int row, int col, int len) {
-        const uint8_t* a = PixelAt(_srcBuf, int64_t{_sPt.x} + col, int64_t{_sPt.y} + row);
-        const uint8_t* b =
-            needB ? PixelAt(mSrcB, int64_t{mCornerB.x} + col, int64_t{mCornerB.y} + row) : nullptr;
-        uint8_t* d = PixelAt(mDest, col, row);
-        const int done = kernels.span != nullptr ? kernels.span(a, b, d, len, plan, &sum, &nonZero) : 0;
-        if (done == len) return;
-        routine(a + done, needB ? b + done : nullptr, d + done, len - done, p);
-        const int summed = done == 0 && kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : done;
-        arith::scalar::SumSpan(d + summed, len - summed, &sum, &nonZero);
+        arith::SpanJob job;
+        job.a = PixelAt(_srcBuf, int64_t{_sPt.x} + col, int64_t{_sPt.y} + row);
+        job.b = needB ? PixelAt(mSrcB, int64_t{mCornerB.x} + col, int64_t{mCornerB.y} + row) : nullptr;
+        job.d = PixelAt(mDest, col, row);
+        job.params = &p, job.plan = &plan;
+        job.sum = &sum, job.nonZero = &nonZero;
+        arith::kSpanKernels.Run(kernel, 0, len, job);
     };
     const int contiguous =
         _sRoi.IsMasked() ? 0 : ContiguousPixels(clip, {_srcBuf, needB ? mSrcB : nullptr, mDest});
@@ -294,19 +290,19 @@ namespace {
 
 void MultiplyRows(Isa isa, const Buffer* srcA, Point origin, const Buffer* srcB, Buffer* dest,
                   const Rect& clip, const arith::MultiplyParams& m, int32_t* results) {
-    const arith::VectorKernels kernels = arith::KernelsFor(isa);
+    const auto kernel = arith::kMultiplyKernels.At(isa);
     uint64_t sum = 0, nonZero = 0;
     const int contiguous = ContiguousPixels(clip, {srcA, srcB, dest});
     const int len = contiguous > 0 ? contiguous : clip.Width();
     const int bottom = contiguous > 0 ? clip.top + 1 : clip.bottom;
     for (int row = clip.top; row < bottom; ++row) {
-        const uint8_t* a = PixelAt(srcA, int64_t{origin.x} + clip.left, int64_t{origin.y} + row);
-        const uint8_t* b = PixelAt(srcB, clip.left, row);
-        uint8_t* d = PixelAt(dest, clip.left, row);
-        const int done = kernels.multiply != nullptr ? kernels.multiply(a, b, d, len, m, &sum, &nonZero) : 0;
-        arith::scalar::MultiplySpan(a + done, b + done, d + done, len - done, m);
-        const int summed = done == 0 && kernels.sum != nullptr ? kernels.sum(d, len, &sum, &nonZero) : done;
-        arith::scalar::SumSpan(d + summed, len - summed, &sum, &nonZero);
+        arith::MultiplyJob job;
+        job.a = PixelAt(srcA, int64_t{origin.x} + clip.left, int64_t{origin.y} + row);
+        job.b = PixelAt(srcB, clip.left, row);
+        job.d = PixelAt(dest, clip.left, row);
+        job.params = &m;
+        job.sum = &sum, job.nonZero = &nonZero;
+        arith::kMultiplyKernels.Run(kernel, 0, len, job);
     }
     results[0] = Wrap32(sum);
     results[1] = Wrap32(nonZero);

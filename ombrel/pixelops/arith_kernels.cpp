@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Baseline code around the arithmetic kernels: the output stage an operation uses, the range of values it
-// can produce, and the plan that tells a vector kernel which lanes are wide enough to be exact.
+// Baseline code around the arithmetic kernels: their levels, the output stage an operation uses, the range of
+// values it can produce, and the plan that tells a vector kernel which lanes are wide enough to be exact.
 #include "ombrel/pixelops/arith_kernels.h"
 
 #include <algorithm>
 
-#include "ombrel/pixelops/arith.h"
+#include "ombrel/framework/kernel_family.h"
+#include "ombrel/pixelops/arith_ops.h"
 
 namespace ombrel::arith {
 namespace {
@@ -162,17 +163,8 @@ VectorPlan PlanVector(const Params& p, bool packed) {
     return plan;
 }
 
-VectorKernels KernelsFor(Isa isa) {
-    switch (isa) {
-        case Isa::Scalar:
-            return {nullptr, nullptr, nullptr};
-        case Isa::Sse2:
-            return {&sse2::Span, &sse2::MultiplySpan, &sse2::SumSpan};
-        case Isa::Avx2:
-        case Isa::Avx512:
-            return {&avx2::Span, &avx2::MultiplySpan, &avx2::SumSpan};
-    }
-    return {nullptr, nullptr, nullptr};
-}
+const KernelFamily<SpanKernel> kSpanKernels{&scalar::Span, &sse2::Span, &avx2::Span, &avx512::Span};
+const KernelFamily<MultiplyKernel> kMultiplyKernels{&scalar::Multiply, &sse2::Multiply, &avx2::Multiply,
+                                                    &avx512::Multiply};
 
 }  // namespace ombrel::arith

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Internal: the per-span kernels of the arithmetic agent and their dispatch. The contract every kernel
+// Internal: the per-span kernels of the arithmetic agent. The contract every kernel
 // meets is the one written in arith.h; the scalar kernels are its reference.
 #pragma once
 #include <cstdint>
 
-#include "ombrel/framework/isa.h"
+namespace ombrel {
+template <class Signature>
+class KernelFamily;  // framework/kernel_family.h; not included here, since ISA-compiled files include this
+}  // namespace ombrel
 
 namespace ombrel::arith {
 
@@ -69,39 +72,45 @@ struct MultiplyParams {
     bool full = false;  // DoMultiplyBuffersFull
 };
 
-using SpanFn = void (*)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const Params& p);
-
-namespace scalar {
-// The routine tables, indexed by ArithOp; the MULT entries are null.
-extern const SpanFn kNoGain[16];
-extern const SpanFn kWithGain[16];
-void MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m);
-void SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);
-}  // namespace scalar
-
-// A vector kernel handles a prefix of the span and returns its length; the scalar kernel does the rest. The
-// span and multiply kernels also add the result words of the bytes they wrote to *sum and *nonZero.
-struct VectorKernels {
-    int (*span)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
-                uint64_t* nonZero);
-    int (*multiply)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,
-                    uint64_t* sum, uint64_t* nonZero);
-    int (*sum)(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);
+// One span of an operation, as every level reads it. The pointers are the span's first pixel; a kernel works
+// on [begin, end) of the span, writes those destination bytes and adds their result words (sum of the bytes
+// written, count of the non-zero ones) to *sum and *nonZero.
+struct SpanJob {
+    const uint8_t* a = nullptr;
+    const uint8_t* b = nullptr;  // null for unary operations
+    uint8_t* d = nullptr;
+    const Params* params = nullptr;    // what the scalar reference reads
+    const VectorPlan* plan = nullptr;  // what vector kernels read; mode None makes them decline
+    uint64_t* sum = nullptr;
+    uint64_t* nonZero = nullptr;
 };
 
-#define OMBREL_ARITH_DECLARE_KERNELS(isa)                                                                  \
-    namespace isa {                                                                                        \
-    int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum, \
-             uint64_t* nonZero);                                                                           \
-    int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,       \
-                     uint64_t* sum, uint64_t* nonZero);                                                    \
-    int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero);                                \
-    }
-OMBREL_ARITH_DECLARE_KERNELS(sse2)
-OMBREL_ARITH_DECLARE_KERNELS(avx2)
-#undef OMBREL_ARITH_DECLARE_KERNELS
+// One span of MULT (DoMultiplyBuffers, or DoMultiplyBuffersFull when params->full).
+struct MultiplyJob {
+    const uint8_t* a = nullptr;
+    const uint8_t* b = nullptr;
+    uint8_t* d = nullptr;
+    const MultiplyParams* params = nullptr;
+    uint64_t* sum = nullptr;
+    uint64_t* nonZero = nullptr;
+};
 
-// The kernels for a level; null members at the scalar level. AVX-512 runs the AVX2 kernels.
-VectorKernels KernelsFor(Isa isa);
+using SpanKernel = int(int begin, int end, const SpanJob& job);
+using MultiplyKernel = int(int begin, int end, const MultiplyJob& job);
+
+#define OMBREL_ARITH_KERNELS_OF(isa)                          \
+    namespace isa {                                           \
+    int Span(int begin, int end, const SpanJob& job);         \
+    int Multiply(int begin, int end, const MultiplyJob& job); \
+    }
+OMBREL_ARITH_KERNELS_OF(scalar)
+OMBREL_ARITH_KERNELS_OF(sse2)
+OMBREL_ARITH_KERNELS_OF(avx2)
+OMBREL_ARITH_KERNELS_OF(avx512)
+#undef OMBREL_ARITH_KERNELS_OF
+
+// The levels of each kernel (defined with the dispatch, in baseline code).
+extern const KernelFamily<SpanKernel> kSpanKernels;
+extern const KernelFamily<MultiplyKernel> kMultiplyKernels;
 
 }  // namespace ombrel::arith

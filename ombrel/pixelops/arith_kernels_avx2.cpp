@@ -1,83 +1,21 @@
 // SPDX-License-Identifier: MIT
 // AVX2 kernels of the arithmetic agent: 32 pixels per step.
-#include <immintrin.h>
-
-#include <algorithm>
-#include <cstdint>
-
-#include "ombrel/pixelops/arith.h"
-#include "ombrel/pixelops/arith_kernels.h"
+#include "ombrel/framework/simd/lanes_avx2.h"
+#include "ombrel/pixelops/arith_kernels_body.h"
 
 namespace ombrel::arith::avx2 {
-namespace {
 
-struct V {
-    using T = __m256i;
-    static constexpr int N = 32;
-    static T load(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
-    static void store(uint8_t* p, T x) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), x); }
-    static T zero() { return _mm256_setzero_si256(); }
-    static T ones() { return _mm256_set1_epi32(-1); }
-    static T set16(int v) { return _mm256_set1_epi16(static_cast<int16_t>(v)); }
-    static T set32(int v) { return _mm256_set1_epi32(v); }
-    static T and_(T x, T y) { return _mm256_and_si256(x, y); }
-    static T or_(T x, T y) { return _mm256_or_si256(x, y); }
-    static T xor_(T x, T y) { return _mm256_xor_si256(x, y); }
-    static T andnot(T m, T x) { return _mm256_andnot_si256(m, x); }  // ~m & x
-    static T add8(T x, T y) { return _mm256_add_epi8(x, y); }
-    static T sub8(T x, T y) { return _mm256_sub_epi8(x, y); }
-    static T adds8u(T x, T y) { return _mm256_adds_epu8(x, y); }
-    static T subs8u(T x, T y) { return _mm256_subs_epu8(x, y); }
-    static T min8u(T x, T y) { return _mm256_min_epu8(x, y); }
-    static T max8u(T x, T y) { return _mm256_max_epu8(x, y); }
-    static T cmpeq8(T x, T y) { return _mm256_cmpeq_epi8(x, y); }
-    static T unpacklo8(T x, T y) { return _mm256_unpacklo_epi8(x, y); }
-    static T unpackhi8(T x, T y) { return _mm256_unpackhi_epi8(x, y); }
-    static T unpacklo16(T x, T y) { return _mm256_unpacklo_epi16(x, y); }
-    static T unpackhi16(T x, T y) { return _mm256_unpackhi_epi16(x, y); }
-    static T add16(T x, T y) { return _mm256_add_epi16(x, y); }
-    static T sub16(T x, T y) { return _mm256_sub_epi16(x, y); }
-    static T mullo16(T x, T y) { return _mm256_mullo_epi16(x, y); }
-    static T mulhi16(T x, T y) { return _mm256_mulhi_epi16(x, y); }
-    static T sra16(T x, __m128i c) { return _mm256_sra_epi16(x, c); }
-    static T sll16(T x, __m128i c) { return _mm256_sll_epi16(x, c); }
-    static T srl16(T x, __m128i c) { return _mm256_srl_epi16(x, c); }
-    static T srli16_8(T x) { return _mm256_srli_epi16(x, 8); }
-    static T cmpgt16(T x, T y) { return _mm256_cmpgt_epi16(x, y); }
-    static T cmpeq16(T x, T y) { return _mm256_cmpeq_epi16(x, y); }
-    static T min16(T x, T y) { return _mm256_min_epi16(x, y); }
-    static T max16(T x, T y) { return _mm256_max_epi16(x, y); }
-    static T add32(T x, T y) { return _mm256_add_epi32(x, y); }
-    static T sra32(T x, __m128i c) { return _mm256_sra_epi32(x, c); }
-    static T cmpgt32(T x, T y) { return _mm256_cmpgt_epi32(x, y); }
-    static T min32(T x, T y) { return _mm256_min_epi32(x, y); }
-    static T max32(T x, T y) { return _mm256_max_epi32(x, y); }
-    static T packs32(T x, T y) { return _mm256_packs_epi32(x, y); }
-    static T packus16(T x, T y) { return _mm256_packus_epi16(x, y); }
-    static T sad(T x) { return _mm256_sad_epu8(x, _mm256_setzero_si256()); }
-    static T add64(T x, T y) { return _mm256_add_epi64(x, y); }
-    static uint64_t hsum64(T x) {
-        const __m128i s = _mm_add_epi64(_mm256_castsi256_si128(x), _mm256_extracti128_si256(x, 1));
-        return static_cast<uint64_t>(_mm_cvtsi128_si64(s)) +
-               static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(s, s)));
-    }
-    static uint32_t movemask8(T x) { return static_cast<uint32_t>(_mm256_movemask_epi8(x)); }
-};
+using Body = ArithBody<simd::Avx2>;
 
-#include "ombrel/pixelops/arith_simd_body.h"
-
-}  // namespace
-
-int Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const VectorPlan& plan, uint64_t* sum,
-         uint64_t* nonZero) {
-    return SpanImpl(a, b, d, n, plan, sum, nonZero);
+int Span(int begin, int end, const SpanJob& job) {
+    const uint8_t* b = job.b != nullptr ? job.b + begin : nullptr;
+    return begin +
+           Body::SpanImpl(job.a + begin, b, job.d + begin, end - begin, *job.plan, job.sum, job.nonZero);
 }
-int MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m,
-                 uint64_t* sum, uint64_t* nonZero) {
-    return MultiplyImpl(a, b, d, n, m, sum, nonZero);
-}
-int SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) {
-    return SumImpl(d, n, sum, nonZero);
+
+int Multiply(int begin, int end, const MultiplyJob& job) {
+    return begin + Body::MultiplyImpl(job.a + begin, job.b + begin, job.d + begin, end - begin, *job.params,
+                                      job.sum, job.nonZero);
 }
 
 }  // namespace ombrel::arith::avx2

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "ombrel/pixelops/arith.h"
 #include "ombrel/pixelops/arith_kernels.h"
+#include "ombrel/pixelops/arith_ops.h"
 
 namespace ombrel::arith::scalar {
 namespace {
@@ -94,19 +94,20 @@ void Span(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const Params& p
     }
 }
 
-}  // namespace
+using Routine = void (*)(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const Params& p);
 
+// The routines, indexed by ArithOp; MULT has its own kernel.
 #define OMBREL_ARITH_TABLE(GAIN)                                                                        \
     {                                                                                                   \
         &Span<0, GAIN>, &Span<1, GAIN>, &Span<2, GAIN>, &Span<3, GAIN>, &Span<4, GAIN>, &Span<5, GAIN>, \
             &Span<6, GAIN>, &Span<7, GAIN>, &Span<8, GAIN>, &Span<9, GAIN>, &Span<10, GAIN>,            \
-            &Span<11, GAIN>, &Span<12, GAIN>, &Span<13, GAIN>, &Span<14, GAIN>, nullptr                 \
+            &Span<11, GAIN>, &Span<12, GAIN>, &Span<13, GAIN>, &Span<14, GAIN>                          \
     }
-const SpanFn kNoGain[16] = OMBREL_ARITH_TABLE(false);
-const SpanFn kWithGain[16] = OMBREL_ARITH_TABLE(true);
+const Routine kNoGain[kArithOpCount - 1] = OMBREL_ARITH_TABLE(false);
+const Routine kWithGain[kArithOpCount - 1] = OMBREL_ARITH_TABLE(true);
 #undef OMBREL_ARITH_TABLE
 
-void MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m) {
+void MultiplyBytes(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const MultiplyParams& m) {
     for (int i = 0; i < n; ++i) {
         const uint32_t product = uint32_t{a[i]} * b[i];
         if (!m.full) {
@@ -119,7 +120,8 @@ void MultiplySpan(const uint8_t* a, const uint8_t* b, uint8_t* d, int n, const M
     }
 }
 
-void SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) {
+// The result words of bytes just written.
+void AddResultWords(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) {
     uint64_t s = 0, count = 0;
     for (int i = 0; i < n; ++i) {
         s += d[i];
@@ -127,6 +129,26 @@ void SumSpan(const uint8_t* d, int n, uint64_t* sum, uint64_t* nonZero) {
     }
     *sum += s;
     *nonZero += count;
+}
+
+}  // namespace
+
+int Span(int begin, int end, const SpanJob& job) {
+    const Params& p = *job.params;
+    if (begin >= end || p.op < 0 || p.op >= _ARITH_MULT) return end;
+    const Routine routine = (p.withGain ? kWithGain : kNoGain)[p.op];
+    uint8_t* d = job.d + begin;
+    routine(job.a + begin, job.b != nullptr ? job.b + begin : nullptr, d, end - begin, p);
+    AddResultWords(d, end - begin, job.sum, job.nonZero);
+    return end;
+}
+
+int Multiply(int begin, int end, const MultiplyJob& job) {
+    if (begin >= end) return end;
+    uint8_t* d = job.d + begin;
+    MultiplyBytes(job.a + begin, job.b + begin, d, end - begin, *job.params);
+    AddResultWords(d, end - begin, job.sum, job.nonZero);
+    return end;
 }
 
 }  // namespace ombrel::arith::scalar

@@ -25,23 +25,9 @@
 #include "ombrel/framework/buffer.h"
 #include "ombrel/framework/geometry.h"
 #include "ombrel/framework/roi.h"
+#include "ombrel/pixelops/mask_ops.h"
 
 namespace ombrel {
-
-// Operation codes of the mask agent (the values are what callers pass).
-enum MaskOp : uint32_t {
-    MASK_ADD = 0,
-    MASK_SUB = 1,
-    MASK_ABSDIFF = 2,
-    MASK_AND = 3,
-    MASK_OR = 4,
-    MASK_XOR = 5,
-    MASK_COPY = 8,
-    MASK_MIN = 9,
-    MASK_MAX = 10,
-    MASK_BAND = 11,
-    MASK_COPY_ALT = 13
-};
 
 // The board driver's fill helper, host version: sets `width` bytes of each of `height` rows, `pitch` bytes
 // apart, starting at `base`, to the low byte of `value`. Does nothing for a null base or a non-positive size.

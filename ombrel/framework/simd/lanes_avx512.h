@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+// Internal: the AVX-512BW lane operations that kernel bodies are written over (64 bytes per register).
+// Include only from files compiled with the AVX-512 flags. The struct sits in an anonymous namespace, so
+// every kernel body instantiated with it is private to its file and its flags: the linker cannot hand an
+// AVX-512 copy to a caller built for a narrower level.
+//
+// Lane order: unpacklo/unpackhi widen and packs/packus narrow within each 128-bit lane and undo each other,
+// so bodies need no cross-lane shuffles at any width. Comparisons give all-ones lanes where true (the
+// mask registers are turned back into vectors, so bodies read the same at every width).
+#pragma once
+// GCC 12 reports its own AVX-512 intrinsics (their deliberately undefined lanes) as uninitialised reads once
+// they are inlined; silence that for the intrinsic headers only.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include <immintrin.h>
+#pragma GCC diagnostic pop
+
+#include <cstdint>
+
+namespace ombrel::simd {
+namespace {
+
+struct Avx512 {
+    using T = __m512i;
+    static constexpr int N = 64;
+    static T load(const uint8_t* p) { return _mm512_loadu_si512(p); }
+    static void store(uint8_t* p, T x) { _mm512_storeu_si512(p, x); }
+    static T zero() { return _mm512_setzero_si512(); }
+    static T ones() { return _mm512_set1_epi32(-1); }
+    static T set8(int v) { return _mm512_set1_epi8(static_cast<char>(v)); }
+    static T set16(int v) { return _mm512_set1_epi16(static_cast<int16_t>(v)); }
+    static T set32(int v) { return _mm512_set1_epi32(v); }
+    static T and_(T x, T y) { return _mm512_and_si512(x, y); }
+    static T or_(T x, T y) { return _mm512_or_si512(x, y); }
+    static T xor_(T x, T y) { return _mm512_xor_si512(x, y); }
+    static T andnot(T m, T x) { return _mm512_andnot_si512(m, x); }  // ~m & x
+    static T select8(T m, T x, T y) { return _mm512_mask_blend_epi8(_mm512_movepi8_mask(m), y, x); }
+    static T add8(T x, T y) { return _mm512_add_epi8(x, y); }
+    static T sub8(T x, T y) { return _mm512_sub_epi8(x, y); }
+    static T adds8u(T x, T y) { return _mm512_adds_epu8(x, y); }
+    static T subs8u(T x, T y) { return _mm512_subs_epu8(x, y); }
+    static T min8u(T x, T y) { return _mm512_min_epu8(x, y); }
+    static T max8u(T x, T y) { return _mm512_max_epu8(x, y); }
+    static T cmpeq8(T x, T y) { return _mm512_movm_epi8(_mm512_cmpeq_epi8_mask(x, y)); }
+    static T unpacklo8(T x, T y) { return _mm512_unpacklo_epi8(x, y); }
+    static T unpackhi8(T x, T y) { return _mm512_unpackhi_epi8(x, y); }
+    static T unpacklo16(T x, T y) { return _mm512_unpacklo_epi16(x, y); }
+    static T unpackhi16(T x, T y) { return _mm512_unpackhi_epi16(x, y); }
+    static T add16(T x, T y) { return _mm512_add_epi16(x, y); }
+    static T sub16(T x, T y) { return _mm512_sub_epi16(x, y); }
+    static T mullo16(T x, T y) { return _mm512_mullo_epi16(x, y); }
+    static T mulhi16(T x, T y) { return _mm512_mulhi_epi16(x, y); }
+    static T sra16(T x, __m128i c) { return _mm512_sra_epi16(x, c); }
+    static T sll16(T x, __m128i c) { return _mm512_sll_epi16(x, c); }
+    static T srl16(T x, __m128i c) { return _mm512_srl_epi16(x, c); }
+    static T srli16_8(T x) { return _mm512_srli_epi16(x, 8); }
+    static T cmpgt16(T x, T y) { return _mm512_movm_epi16(_mm512_cmpgt_epi16_mask(x, y)); }
+    static T cmpeq16(T x, T y) { return _mm512_movm_epi16(_mm512_cmpeq_epi16_mask(x, y)); }
+    static T min16(T x, T y) { return _mm512_min_epi16(x, y); }
+    static T max16(T x, T y) { return _mm512_max_epi16(x, y); }
+    static T add32(T x, T y) { return _mm512_add_epi32(x, y); }
+    static T sra32(T x, __m128i c) { return _mm512_sra_epi32(x, c); }
+    static T cmpgt32(T x, T y) { return _mm512_movm_epi32(_mm512_cmpgt_epi32_mask(x, y)); }
+    static T min32(T x, T y) { return _mm512_min_epi32(x, y); }
+    static T max32(T x, T y) { return _mm512_max_epi32(x, y); }
+    static T packs32(T x, T y) { return _mm512_packs_epi32(x, y); }
+    static T packus16(T x, T y) { return _mm512_packus_epi16(x, y); }
+    static T sad(T x) { return _mm512_sad_epu8(x, _mm512_setzero_si512()); }
+    static T add64(T x, T y) { return _mm512_add_epi64(x, y); }
+    static uint64_t hsum64(T x) { return static_cast<uint64_t>(_mm512_reduce_add_epi64(x)); }
+    // Bit i set when byte i of m is all ones (m a comparison result).
+    static uint64_t bits8(T m) { return static_cast<uint64_t>(_mm512_movepi8_mask(m)); }
+};
+
+}  // namespace
+}  // namespace ombrel::simd

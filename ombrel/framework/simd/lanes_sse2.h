@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+// Internal: the SSE2 lane operations that kernel bodies are written over (16 bytes per register). Include
+// only from files compiled with the SSE2 flags. The struct sits in an anonymous namespace, so every kernel
+// body instantiated with it is private to its file and its flags: the linker cannot hand an SSE2 copy to a
+// caller built for a narrower level.
+//
+// Lane order: unpacklo/unpackhi widen and packs/packus narrow within each 128-bit lane and undo each other,
+// so bodies need no cross-lane shuffles at any width. Comparisons give all-ones lanes where true.
+#pragma once
+#include <emmintrin.h>
+
+#include <cstdint>
+
+namespace ombrel::simd {
+namespace {
+
+struct Sse2 {
+    using T = __m128i;
+    static constexpr int N = 16;
+    static T load(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+    static void store(uint8_t* p, T x) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), x); }
+    static T zero() { return _mm_setzero_si128(); }
+    static T ones() { return _mm_set1_epi32(-1); }
+    static T set8(int v) { return _mm_set1_epi8(static_cast<char>(v)); }
+    static T set16(int v) { return _mm_set1_epi16(static_cast<int16_t>(v)); }
+    static T set32(int v) { return _mm_set1_epi32(v); }
+    static T and_(T x, T y) { return _mm_and_si128(x, y); }
+    static T or_(T x, T y) { return _mm_or_si128(x, y); }
+    static T xor_(T x, T y) { return _mm_xor_si128(x, y); }
+    static T andnot(T m, T x) { return _mm_andnot_si128(m, x); }  // ~m & x
+    static T select8(T m, T x, T y) { return _mm_or_si128(_mm_and_si128(m, x), _mm_andnot_si128(m, y)); }
+    static T add8(T x, T y) { return _mm_add_epi8(x, y); }
+    static T sub8(T x, T y) { return _mm_sub_epi8(x, y); }
+    static T adds8u(T x, T y) { return _mm_adds_epu8(x, y); }
+    static T subs8u(T x, T y) { return _mm_subs_epu8(x, y); }
+    static T min8u(T x, T y) { return _mm_min_epu8(x, y); }
+    static T max8u(T x, T y) { return _mm_max_epu8(x, y); }
+    static T cmpeq8(T x, T y) { return _mm_cmpeq_epi8(x, y); }
+    static T unpacklo8(T x, T y) { return _mm_unpacklo_epi8(x, y); }
+    static T unpackhi8(T x, T y) { return _mm_unpackhi_epi8(x, y); }
+    static T unpacklo16(T x, T y) { return _mm_unpacklo_epi16(x, y); }
+    static T unpackhi16(T x, T y) { return _mm_unpackhi_epi16(x, y); }
+    static T add16(T x, T y) { return _mm_add_epi16(x, y); }
+    static T sub16(T x, T y) { return _mm_sub_epi16(x, y); }
+    static T mullo16(T x, T y) { return _mm_mullo_epi16(x, y); }
+    static T mulhi16(T x, T y) { return _mm_mulhi_epi16(x, y); }
+    static T sra16(T x, __m128i c) { return _mm_sra_epi16(x, c); }
+    static T sll16(T x, __m128i c) { return _mm_sll_epi16(x, c); }
+    static T srl16(T x, __m128i c) { return _mm_srl_epi16(x, c); }
+    static T srli16_8(T x) { return _mm_srli_epi16(x, 8); }
+    static T cmpgt16(T x, T y) { return _mm_cmpgt_epi16(x, y); }
+    static T cmpeq16(T x, T y) { return _mm_cmpeq_epi16(x, y); }
+    static T min16(T x, T y) { return _mm_min_epi16(x, y); }
+    static T max16(T x, T y) { return _mm_max_epi16(x, y); }
+    static T add32(T x, T y) { return _mm_add_epi32(x, y); }
+    static T sra32(T x, __m128i c) { return _mm_sra_epi32(x, c); }
+    static T cmpgt32(T x, T y) { return _mm_cmpgt_epi32(x, y); }
+    static T min32(T x, T y) {  // SSE2 has no 32-bit min: select by compare
+        const T gt = _mm_cmpgt_epi32(x, y);
+        return _mm_or_si128(_mm_and_si128(gt, y), _mm_andnot_si128(gt, x));
+    }
+    static T max32(T x, T y) {
+        const T gt = _mm_cmpgt_epi32(x, y);
+        return _mm_or_si128(_mm_and_si128(gt, x), _mm_andnot_si128(gt, y));
+    }
+    static T packs32(T x, T y) { return _mm_packs_epi32(x, y); }
+    static T packus16(T x, T y) { return _mm_packus_epi16(x, y); }
+    static T sad(T x) { return _mm_sad_epu8(x, _mm_setzero_si128()); }
+    static T add64(T x, T y) { return _mm_add_epi64(x, y); }
+    static uint64_t hsum64(T x) {
+        return static_cast<uint64_t>(_mm_cvtsi128_si64(x)) +
+               static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(x, x)));
+    }
+    // Bit i set when byte i of m is all ones (m a comparison result).
+    static uint64_t bits8(T m) { return static_cast<uint32_t>(_mm_movemask_epi8(m)); }
+};
+
+}  // namespace
+}  // namespace ombrel::simd
