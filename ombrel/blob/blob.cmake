@@ -8,6 +8,7 @@ target_sources(Ombrel PRIVATE
   ${CMAKE_CURRENT_LIST_DIR}/halvard_metadc.cpp)
 ombrel_add_kernels(blob_rle sse2 ${CMAKE_CURRENT_LIST_DIR}/blob_rle_kernels_sse2.cpp)
 ombrel_add_kernels(blob_rle avx2 ${CMAKE_CURRENT_LIST_DIR}/blob_rle_kernels_avx2.cpp)
+ombrel_add_kernels(blob_rle avx512 ${CMAKE_CURRENT_LIST_DIR}/blob_rle_kernels_avx512.cpp)
 
 if(OMBREL_BUILD_TESTS)
   find_package(OpenCV REQUIRED COMPONENTS core imgproc)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ombrel/blob/blob_rle.h"
 
-#include "ombrel/framework/isa.h"
+#include "ombrel/framework/kernel_family.h"
 
 namespace ombrel::blobrle {
 namespace {
@@ -69,30 +69,31 @@ int CodeSpanGrey(const uint8_t* p, int cnt, int xoff, int step, Band band, int16
 }
 
 namespace scalar {
-int Transitions(const uint8_t* p, int start, int cnt, int xoff, Band band, int* state, int16_t* out) {
-    int n = 0;
-    bool s = *state != 0;
-    for (int i = start; i < cnt; ++i) {
+int Transitions(int begin, int end, const uint8_t* p, int xoff, Band band, TransitionState* st,
+                int16_t* out) {
+    bool s = st->state != 0;
+    int n = st->count;
+    for (int i = begin; i < end; ++i) {
         const bool c = band.In(p[i]);
         if (c != s) {
             out[n++] = static_cast<int16_t>(i + xoff);
             s = c;
         }
     }
-    *state = s ? 1 : 0;
-    return n;
+    st->state = s ? 1 : 0;
+    st->count = n;
+    return end;
 }
 }  // namespace scalar
 
+const KernelFamily<TransitionKernel> kTransitionKernels{&scalar::Transitions, &sse2::Transitions,
+                                                        &avx2::Transitions, &avx512::Transitions};
+
 int CodeSpanStep1(const uint8_t* p, int cnt, int xoff, Band band, int16_t* out, Isa isa) {
-    int state = 0, n = 0, done = 0;
-    if (isa >= Isa::Avx2)
-        done = avx2::Transitions(p, 0, cnt, xoff, band, &state, out, &n);
-    else if (isa >= Isa::Sse2)
-        done = sse2::Transitions(p, 0, cnt, xoff, band, &state, out, &n);
-    n += scalar::Transitions(p, done, cnt, xoff, band, &state, out + n);
-    if (state) out[n++] = static_cast<int16_t>(cnt + xoff);
-    return n;
+    TransitionState st;
+    kTransitionKernels.Run(isa, 0, cnt, p, xoff, band, &st, out);
+    if (st.state) out[st.count++] = static_cast<int16_t>(cnt + xoff);
+    return st.count;
 }
 
 }  // namespace ombrel::blobrle

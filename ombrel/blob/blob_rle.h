@@ -12,6 +12,11 @@
 
 #include "ombrel/framework/isa.h"
 
+namespace ombrel {
+template <class Signature>
+class KernelFamily;  // framework/kernel_family.h; not included here, since ISA-compiled files include this
+}  // namespace ombrel
+
 namespace ombrel::blobrle {
 
 struct Band {
@@ -29,21 +34,33 @@ int CodeSpan(const uint8_t* p, int cnt, int xoff, int step, Band band, int16_t* 
 int CodeSpanGrey(const uint8_t* p, int cnt, int xoff, int step, Band band, int16_t* out, int32_t* greys,
                  int32_t* tail);
 
-namespace scalar {
-// Step-1 transition finder from `start` with the current class in *state (0 background, 1 object); stops
-// at `cnt`. Returns the number of transitions written. The reference for the vector kernels.
-int Transitions(const uint8_t* p, int start, int cnt, int xoff, Band band, int* state, int16_t* out);
-}  // namespace scalar
+// The step-1 transition finder, the same at every level: from pixel `begin` to `end` of the span at p, with
+// the current class in st->state (0 background, 1 object), it writes the position (xoff + index) of every
+// class change to out[st->count++]. The scalar reference finishes at end; a vector level stops after its last
+// whole block.
+struct TransitionState {
+    int state = 0;
+    int count = 0;
+};
+using TransitionKernel = int(int begin, int end, const uint8_t* p, int xoff, Band band, TransitionState* st,
+                             int16_t* out);
 
+namespace scalar {
+int Transitions(int begin, int end, const uint8_t* p, int xoff, Band band, TransitionState* st, int16_t* out);
+}
 namespace sse2 {
-// Handles whole 16-pixel blocks from `start`; returns the pixel index where it stopped, *n transitions.
-int Transitions(const uint8_t* p, int start, int cnt, int xoff, Band band, int* state, int16_t* out, int* n);
-}  // namespace sse2
+int Transitions(int begin, int end, const uint8_t* p, int xoff, Band band, TransitionState* st, int16_t* out);
+}
 namespace avx2 {
-int Transitions(const uint8_t* p, int start, int cnt, int xoff, Band band, int* state, int16_t* out, int* n);
-}  // namespace avx2
+int Transitions(int begin, int end, const uint8_t* p, int xoff, Band band, TransitionState* st, int16_t* out);
+}
+namespace avx512 {
+int Transitions(int begin, int end, const uint8_t* p, int xoff, Band band, TransitionState* st, int16_t* out);
+}
 
 // Step-1 coding through the fastest kernel the active instruction set allows (identical to CodeSpan).
 int CodeSpanStep1(const uint8_t* p, int cnt, int xoff, Band band, int16_t* out, Isa isa);
+
+extern const KernelFamily<TransitionKernel> kTransitionKernels;
 
 }  // namespace ombrel::blobrle

@@ -13,6 +13,8 @@
 #include <opencv2/core.hpp>
 #endif
 
+#include "ombrel/framework/kernel_family.h"
+#include "ombrel/pixelops/arith_kernels.h"
 #include "testing/recorders.h"
 
 namespace ombrel {
@@ -386,10 +388,9 @@ class PairImages {
     Buffer A, B;
 };
 
-class ArithIsa : public ::testing::TestWithParam<Isa> {};
+class ArithIsa : public testing::IsaLevelTest {};
 
 TEST_P(ArithIsa, EveryPathWritesTheScalarBytesForEveryPair) {
-    OMBREL_SKIP_IF_UNSUPPORTED(GetParam());
     AssertRecorder quiet;
     PairImages images;
     int compared = 0;
@@ -410,7 +411,7 @@ TEST_P(ArithIsa, EveryPathWritesTheScalarBytesForEveryPair) {
                             ScopedIsaCap cap(Isa::Scalar);
                             reference = images.Run(c, false);
                         }
-                        ScopedIsaCap cap(GetParam());
+                        ScopedIsaCap cap(Level());
                         fast = images.Run(c, false);
                         packed = images.Run(c, true);
                         ASSERT_EQ(fast.bytes, reference.bytes)
@@ -428,14 +429,13 @@ TEST_P(ArithIsa, EveryPathWritesTheScalarBytesForEveryPair) {
 
 // Widths around the vector widths, 1 x 1, odd origins, and a region inside a padded destination.
 TEST_P(ArithIsa, SmallAndOddRegionsMatchScalarAndLeavePaddingAlone) {
-    OMBREL_SKIP_IF_UNSUPPORTED(GetParam());
     auto A = Random(80, 5, 7), B = Random(84, 5, 8);
     for (int width : {1, 15, 16, 17, 31, 32, 33, 63, 64, 65, 71})
         for (ArithOp op : {_ARITH_ADD, _ARITH_SUB, _ARITH_COPY, _ARITH_MULT, _ARITH_BINARIZE})
             for (float gain : {1.0f, 0.75f, 7.0f}) {
                 std::vector<uint8_t> results[2];
                 for (int pass = 0; pass < 2; ++pass) {
-                    ScopedIsaCap cap(pass == 0 ? Isa::Scalar : GetParam());
+                    ScopedIsaCap cap(pass == 0 ? Isa::Scalar : Level());
                     auto D = Filled(width + 9, 4, 0x77);
                     std::unique_ptr<ArithAgent> agent(
                         ArithFact(A.get(), Rect{5, 1, 5 + width, 4}, B.get(), op, gain, 3, D.get()));
@@ -452,13 +452,12 @@ TEST_P(ArithIsa, SmallAndOddRegionsMatchScalarAndLeavePaddingAlone) {
 
 // Buffers whose rows follow each other without a gap are run as one long span; the bytes and words agree.
 TEST_P(ArithIsa, GaplessBuffersMatchScalar) {
-    OMBREL_SKIP_IF_UNSUPPORTED(GetParam());
     auto A = Random(64, 7, 11), B = Random(64, 7, 12);
     for (ArithOp op : {_ARITH_ADD, _ARITH_MULT, _ARITH_NOT, _ARITH_PASSRANGE}) {
         std::vector<uint8_t> bytes[2];
         ArithResults results[2];
         for (int pass = 0; pass < 2; ++pass) {
-            ScopedIsaCap cap(pass == 0 ? Isa::Scalar : GetParam());
+            ScopedIsaCap cap(pass == 0 ? Isa::Scalar : Level());
             auto D = Filled(64, 7, 0);
             ASSERT_EQ(D->Pitch(), 64);
             std::unique_ptr<ArithAgent> agent(ArithFact(A.get(), B.get(), op, 1.0f, 0, D.get()));
@@ -472,8 +471,31 @@ TEST_P(ArithIsa, GaplessBuffersMatchScalar) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, ArithIsa, ::testing::ValuesIn(testing::AllIsaLevels()),
-                         testing::IsaTestName);
+// Each vector level does the whole vectors itself: a level that declined everything would pass the
+// comparisons above by running the scalar reference.
+TEST_P(ArithIsa, EachVectorLevelHandlesTheWholeVectorsOfASpan) {
+    if (!arith::kSpanKernels.HasOwnKernel(Level())) GTEST_SKIP() << "no kernel of its own at this level";
+    auto A = Random(200, 1, 21), B = Random(200, 1, 22);
+    std::vector<uint8_t> d(200, 0);
+    for (ArithOp op : {_ARITH_ADD, _ARITH_MIN, _ARITH_NOT, _ARITH_BINARIZE}) {
+        arith::Params p;
+        p.op = op;
+        p.low = 10, p.high = 200;
+        const arith::VectorPlan plan = arith::PlanVector(p, false);
+        uint64_t sum = 0, nonZero = 0;
+        arith::SpanJob job;
+        job.a = A->Row(0), job.b = B->Row(0), job.d = d.data();
+        job.params = &p, job.plan = &plan, job.sum = &sum, job.nonZero = &nonZero;
+        const int handled = arith::kSpanKernels.At(Level())(0, 200, job);
+        EXPECT_GT(handled, 200 - 64) << op;
+        EXPECT_LE(handled, 200) << op;
+        uint64_t expected = 0;
+        for (int i = 0; i < handled; ++i) expected += d[i];
+        EXPECT_EQ(sum, expected) << op;
+    }
+}
+
+OMBREL_INSTANTIATE_ISA_LEVELS(ArithIsa);
 
 }  // namespace
 }  // namespace ombrel

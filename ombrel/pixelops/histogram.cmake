@@ -1,9 +1,7 @@
 # SPDX-License-Identifier: MIT
-# The histogram agent: agent and scalar reference at the baseline, unrolled counting kernels per ISA.
+# The histogram agent: agent and its one counting kernel, both at the baseline.
 target_sources(Ombrel PRIVATE ${CMAKE_CURRENT_LIST_DIR}/histogram.cpp
   ${CMAKE_CURRENT_LIST_DIR}/histogram_kernels_scalar.cpp)
-ombrel_add_kernels(histogram sse2 ${CMAKE_CURRENT_LIST_DIR}/histogram_kernels_sse2.cpp)
-ombrel_add_kernels(histogram avx2 ${CMAKE_CURRENT_LIST_DIR}/histogram_kernels_avx2.cpp)
 
 if(OMBREL_BUILD_TESTS)
   # OpenCV only checks our counts against an independent implementation; the library never links it.

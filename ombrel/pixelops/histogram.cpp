@@ -8,6 +8,7 @@
 #include "ombrel/framework/factory.h"
 #include "ombrel/framework/hal.h"
 #include "ombrel/framework/isa.h"
+#include "ombrel/framework/kernel_family.h"
 #include "ombrel/framework/region_clip.h"
 #include "ombrel/pixelops/histogram_kernels.h"
 
@@ -121,13 +122,11 @@ void swHistogramAgent::CountRegion(int shift) {
     const Rect clip = ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}});
     if (clip.IsEmpty()) return;
 
-    HistogramLanes lanes{};
-    const CountSpanFn kernel = SelectCountKernel(ActiveIsa());
+    histogram::Lanes lanes{};
+    const auto kernel = histogram::kCountKernels.At(ActiveIsa());
     const Buffer& src = *_srcBuf;
     ForEachSpan(_sRoi, clip, [&](int row, int column, int length) {
-        const uint8_t* p = src.Row(_sPt.y + row) + _sPt.x + column;
-        const int done = kernel(p, length, lanes);
-        scalar::CountSpan(p + done, length - done, lanes);
+        histogram::kCountKernels.Run(kernel, 0, length, src.Row(_sPt.y + row) + _sPt.x + column, &lanes);
     });
 
     const int64_t bins = _results != nullptr ? static_cast<int64_t>(_results->size()) : 0;

@@ -1,35 +1,34 @@
 // SPDX-License-Identifier: MIT
-// The histogram agent's counting kernel at each instruction-set level. Counts are kept in several lanes of
-// 256 counters so that an unrolled kernel can spread consecutive pixels over separate tables: equal
-// neighbouring values (the common case in real images) then never wait on each other's increments. The
-// histogram is the sum of the lanes, whichever lanes a kernel used.
+// Internal: the histogram agent's counting kernel. Counts are kept in several lanes of 256 counters so that
+// consecutive pixels go to separate tables: equal neighbouring values (the common case in real images) then
+// never wait on each other's increments. The histogram is the sum of the lanes, whichever lanes a kernel
+// used.
+//
+// Counting is bound by the table increments, not by loads or arithmetic, so the family has one level: a
+// baseline kernel that reads 16 pixels as two 64-bit words. Vector instructions have nothing to add here;
+// a wider level would only recompile the same body.
 #pragma once
 #include <cstdint>
 
-#include "ombrel/framework/isa.h"
-
 namespace ombrel {
+template <class Signature>
+class KernelFamily;  // framework/kernel_family.h
+}  // namespace ombrel
 
-struct HistogramLanes {
+namespace ombrel::histogram {
+
+struct Lanes {
     static constexpr int kLanes = 8;
     alignas(64) uint32_t lane[kLanes][256];
 };
 
-// Adds the n pixels at p to the lanes; returns how many leading pixels it counted.
-using CountSpanFn = int (*)(const uint8_t* p, int n, HistogramLanes& lanes);
+// Adds pixels [begin, end) of the span at p to the lanes.
+using CountKernel = int(int begin, int end, const uint8_t* p, Lanes* lanes);
 
 namespace scalar {
-int CountSpan(const uint8_t* p, int n, HistogramLanes& lanes);  // all n, into lane 0
-}
-namespace sse2 {
-int CountSpan(const uint8_t* p, int n, HistogramLanes& lanes);
-}
-namespace avx2 {
-int CountSpan(const uint8_t* p, int n, HistogramLanes& lanes);
+int Count(int begin, int end, const uint8_t* p, Lanes* lanes);
 }
 
-// The kernel for `isa`. Counting is bound by the table increments, not by loads, so levels above AVX2 use
-// the AVX2 kernel.
-CountSpanFn SelectCountKernel(Isa isa);
+extern const KernelFamily<CountKernel> kCountKernels;
 
-}  // namespace ombrel
+}  // namespace ombrel::histogram

@@ -18,7 +18,6 @@ namespace ombrel {
 namespace {
 
 using testing::AssertRecorder;
-using testing::ScopedIsaCap;
 
 // A one-row image of the given values.
 std::unique_ptr<Buffer> RowOf(const std::vector<int>& values) {
@@ -43,13 +42,11 @@ std::vector<int> CalcHist(const cv::Mat& image, int bins) {
     return out;
 }
 
-class HistogramAtLevel : public ::testing::TestWithParam<Isa> {};
+class HistogramAtLevel : public testing::IsaLevelTest {};
 
 // Bins, count and sum against a pixel-by-pixel count, over widths around every lane and vector width, odd
 // origins, masked regions and a padded source whose padding holds a value no pixel has.
 TEST_P(HistogramAtLevel, CountsEveryRegionPixelOnceAndNothingElse) {
-    OMBREL_SKIP_IF_UNSUPPORTED(GetParam());
-    ScopedIsaCap cap(GetParam());
     std::mt19937 rng(5);
     for (int w : {1, 3, 15, 16, 17, 31, 32, 33, 63, 64, 65, 129, 300}) {
         const int h = 1 + w % 4;
@@ -84,8 +81,7 @@ TEST_P(HistogramAtLevel, CountsEveryRegionPixelOnceAndNothingElse) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, HistogramAtLevel, ::testing::ValuesIn(testing::AllIsaLevels()),
-                         testing::IsaTestName);
+OMBREL_INSTANTIATE_ISA_LEVELS(HistogramAtLevel);
 
 TEST(Histogram, CountsMatchOpenCvOnGeneratedScenesAtFullAndCoarseResolution) {
     std::unique_ptr<Buffer> scenes[] = {scenes::MakeTexturedScene(333, 251, 1),

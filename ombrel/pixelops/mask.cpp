@@ -6,6 +6,7 @@
 
 #include "ombrel/framework/factory.h"
 #include "ombrel/framework/isa.h"
+#include "ombrel/framework/kernel_family.h"
 #include "ombrel/framework/region_clip.h"
 #include "ombrel/pixelops/mask_kernels.h"
 
@@ -71,14 +72,15 @@ int swMaskAgent::Go() {
     if (_srcBuf->BitsPerPixel() != EIGHT || _dstBuf->BitsPerPixel() != EIGHT) return 0;
 
     const Rect clip = ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {_dstBuf, Point{0, 0}}});
-    const MaskSpanFn kernel = SelectMaskKernel(ActiveIsa());
+    const auto kernel = mask::kSpanKernels.At(ActiveIsa());
     const Buffer& src = *_srcBuf;
     const Buffer& dst = *_dstBuf;
     ForEachSpan(_sRoi, clip, [&](int row, int column, int length) {
-        const uint8_t* s = src.Row(_sPt.y + row) + _sPt.x + column;
-        uint8_t* d = dst.Row(row) + column;
-        const int done = kernel(_opCode, _bandLow, _bandHigh, s, d, length);
-        scalar::MaskSpan(_opCode, _bandLow, _bandHigh, s + done, d + done, length - done);
+        mask::SpanJob job;
+        job.op = _opCode, job.low = _bandLow, job.high = _bandHigh;
+        job.s = src.Row(_sPt.y + row) + _sPt.x + column;
+        job.d = dst.Row(row) + column;
+        mask::kSpanKernels.Run(kernel, 0, length, job);
     });
     return 0;
 }

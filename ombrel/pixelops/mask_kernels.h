@@ -1,30 +1,40 @@
 // SPDX-License-Identifier: MIT
-// The mask agent's span kernel at each instruction-set level. Every level computes, for i in [0, handled):
-// d[i] = op(d[i], s[i]) exactly as the scalar reference does; a vector level returns how many leading
-// pixels it handled (a multiple of its width) and the scalar kernel finishes the span.
+// Internal: the mask agent's span kernels. Every level computes, for i in [begin, end): d[i] = op(d[i], s[i])
+// exactly as the scalar reference does (see mask.h); a vector level stops after its last whole vector and
+// the scalar reference finishes the span.
 #pragma once
 #include <cstdint>
 
-#include "ombrel/framework/isa.h"
-
 namespace ombrel {
+template <class Signature>
+class KernelFamily;  // framework/kernel_family.h; not included here, since ISA-compiled files include this
+}  // namespace ombrel
 
-using MaskSpanFn = int (*)(uint32_t op, int low, int high, const uint8_t* s, uint8_t* d, int n);
+namespace ombrel::mask {
+
+// One span: the operation and band, the source and destination at the span's first pixel.
+struct SpanJob {
+    uint32_t op = 0;
+    int low = 0, high = 0;
+    const uint8_t* s = nullptr;
+    uint8_t* d = nullptr;
+};
+
+using SpanKernel = int(int begin, int end, const SpanJob& job);
 
 namespace scalar {
-int MaskSpan(uint32_t op, int low, int high, const uint8_t* s, uint8_t* d, int n);
+int Span(int begin, int end, const SpanJob& job);
 }
 namespace sse2 {
-int MaskSpan(uint32_t op, int low, int high, const uint8_t* s, uint8_t* d, int n);
+int Span(int begin, int end, const SpanJob& job);
 }
 namespace avx2 {
-int MaskSpan(uint32_t op, int low, int high, const uint8_t* s, uint8_t* d, int n);
+int Span(int begin, int end, const SpanJob& job);
 }
 namespace avx512 {
-int MaskSpan(uint32_t op, int low, int high, const uint8_t* s, uint8_t* d, int n);
+int Span(int begin, int end, const SpanJob& job);
 }
 
-// The widest kernel not above `isa`.
-MaskSpanFn SelectMaskKernel(Isa isa);
+extern const KernelFamily<SpanKernel> kSpanKernels;
 
-}  // namespace ombrel
+}  // namespace ombrel::mask

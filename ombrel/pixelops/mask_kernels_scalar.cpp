@@ -3,75 +3,55 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "ombrel/pixelops/mask.h"
+#include "ombrel/framework/kernel_family.h"
 #include "ombrel/pixelops/mask_kernels.h"
+#include "ombrel/pixelops/mask_ops.h"
 
-namespace ombrel::scalar {
+namespace ombrel::mask {
+namespace scalar {
 namespace {
 
 template <class Op>
-void Apply(const uint8_t* s, uint8_t* d, int n, Op op) {
-    for (int i = 0; i < n; ++i) d[i] = static_cast<uint8_t>(op(int{d[i]}, int{s[i]}));
+int Apply(int begin, int end, const SpanJob& job, Op op) {
+    for (int i = begin; i < end; ++i) job.d[i] = static_cast<uint8_t>(op(int{job.d[i]}, int{job.s[i]}));
+    return end;
 }
 
 }  // namespace
 
-int MaskSpan(uint32_t op, int low, int high, const uint8_t* s, uint8_t* d, int n) {
-    if (n <= 0) return 0;
-    switch (op) {
+int Span(int begin, int end, const SpanJob& job) {
+    if (begin >= end) return end;
+    const int low = job.low, high = job.high;
+    switch (job.op) {
         case MASK_ADD:
-            Apply(s, d, n, [](int dv, int sv) { return dv + sv; });
-            break;
+            return Apply(begin, end, job, [](int dv, int sv) { return dv + sv; });
         case MASK_SUB:
-            Apply(s, d, n, [](int dv, int sv) { return dv - sv; });
-            break;
+            return Apply(begin, end, job, [](int dv, int sv) { return dv - sv; });
         case MASK_ABSDIFF:
-            Apply(s, d, n, [](int dv, int sv) { return std::abs(sv - dv); });
-            break;
+            return Apply(begin, end, job, [](int dv, int sv) { return std::abs(sv - dv); });
         case MASK_AND:
-            Apply(s, d, n, [](int dv, int sv) { return dv & sv; });
-            break;
+            return Apply(begin, end, job, [](int dv, int sv) { return dv & sv; });
         case MASK_OR:
-            Apply(s, d, n, [](int dv, int sv) { return dv | sv; });
-            break;
+            return Apply(begin, end, job, [](int dv, int sv) { return dv | sv; });
         case MASK_XOR:
-            Apply(s, d, n, [](int dv, int sv) { return dv ^ sv; });
-            break;
+            return Apply(begin, end, job, [](int dv, int sv) { return dv ^ sv; });
         case MASK_COPY:
         case MASK_COPY_ALT:
-            Apply(s, d, n, [](int, int sv) { return sv; });
-            break;
+            return Apply(begin, end, job, [](int, int sv) { return sv; });
         case MASK_MIN:
-            Apply(s, d, n, [](int dv, int sv) { return std::min(dv, sv); });
-            break;
+            return Apply(begin, end, job, [](int dv, int sv) { return std::min(dv, sv); });
         case MASK_MAX:
-            Apply(s, d, n, [](int dv, int sv) { return std::max(dv, sv); });
-            break;
+            return Apply(begin, end, job, [](int dv, int sv) { return std::max(dv, sv); });
         case MASK_BAND:
-            Apply(s, d, n, [low, high](int dv, int sv) { return (low <= sv && sv <= high) ? 1 : dv; });
-            break;
+            return Apply(begin, end, job,
+                         [low, high](int dv, int sv) { return (low <= sv && sv <= high) ? 1 : dv; });
         default:
-            break;
+            return end;  // unknown codes change nothing
     }
-    return n;
 }
 
-}  // namespace ombrel::scalar
+}  // namespace scalar
 
-namespace ombrel {
+const KernelFamily<SpanKernel> kSpanKernels{&scalar::Span, &sse2::Span, &avx2::Span, &avx512::Span};
 
-MaskSpanFn SelectMaskKernel(Isa isa) {
-    switch (isa) {
-        case Isa::Avx512:
-            return &avx512::MaskSpan;
-        case Isa::Avx2:
-            return &avx2::MaskSpan;
-        case Isa::Sse2:
-            return &sse2::MaskSpan;
-        case Isa::Scalar:
-            break;
-    }
-    return &scalar::MaskSpan;
-}
-
-}  // namespace ombrel
+}  // namespace ombrel::mask
