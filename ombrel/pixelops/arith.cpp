@@ -252,7 +252,7 @@ int swArithAgent::ProcessOp() {
     p.low = mBandLow, p.high = mBandHigh;
     p.maskOp = mMaskOp, p.mask = mMask, p.maskShift = mMaskShift;
     const arith::VectorPlan plan = arith::PlanVector(p, PackedPath());
-    const auto kernel = arith::kSpanKernels.At(KernelLevel());
+    const Isa level = KernelLevel();
 
     uint64_t sum = 0, nonZero = 0;
     auto span = [&](int row, int col, int len) {
@@ -262,7 +262,7 @@ int swArithAgent::ProcessOp() {
         job.d = PixelAt(mDest, col, row);
         job.params = &p, job.plan = &plan;
         job.sum = &sum, job.nonZero = &nonZero;
-        arith::kSpanKernels.Run(kernel, 0, len, job);
+        arith::kSpanKernels.Run(level, 0, len, job);
     };
     const int contiguous =
         _sRoi.IsMasked() ? 0 : ContiguousPixels(clip, {_srcBuf, needB ? mSrcB : nullptr, mDest});
@@ -290,7 +290,6 @@ namespace {
 
 void MultiplyRows(Isa isa, const Buffer* srcA, Point origin, const Buffer* srcB, Buffer* dest,
                   const Rect& clip, const arith::MultiplyParams& m, int32_t* results) {
-    const auto kernel = arith::kMultiplyKernels.At(isa);
     uint64_t sum = 0, nonZero = 0;
     const int contiguous = ContiguousPixels(clip, {srcA, srcB, dest});
     const int len = contiguous > 0 ? contiguous : clip.Width();
@@ -302,7 +301,7 @@ void MultiplyRows(Isa isa, const Buffer* srcA, Point origin, const Buffer* srcB,
         job.d = PixelAt(dest, clip.left, row);
         job.params = &m;
         job.sum = &sum, job.nonZero = &nonZero;
-        arith::kMultiplyKernels.Run(kernel, 0, len, job);
+        arith::kMultiplyKernels.Run(isa, 0, len, job);
     }
     results[0] = Wrap32(sum);
     results[1] = Wrap32(nonZero);

@@ -57,27 +57,29 @@ struct ArithBody {
         }
     };
 
-    // The two result words, gathered while the bytes are still in registers: psadbw sums the bytes, and zero
-    // bytes are counted in 8-bit lanes that are folded into 64-bit ones before they can overflow.
+    // The two result words, gathered while the bytes are still in registers: psadbw sums the bytes, and
+    // min(byte, 1) counts the non-zero ones in 8-bit lanes that are folded into 64-bit ones before they can
+    // overflow. (Plain vector arithmetic: no comparison, which AVX-512 would route through a mask register.)
     class Sums {
       public:
         void Add(T x) {
             _sad = V::add64(_sad, V::sad(x));
-            _zeros8 = V::sub8(_zeros8, V::cmpeq8(x, V::zero()));
+            _nonZero8 = V::add8(_nonZero8, V::min8u(x, _one));
         }
         // At least every 255 Adds.
         void Fold() {
-            _zeros64 = V::add64(_zeros64, V::sad(_zeros8));
-            _zeros8 = V::zero();
+            _nonZero64 = V::add64(_nonZero64, V::sad(_nonZero8));
+            _nonZero8 = V::zero();
         }
-        void Finish(int handled, uint64_t* sum, uint64_t* nonZero) {
+        void Finish(uint64_t* sum, uint64_t* nonZero) {
             Fold();
             *sum += V::hsum64(_sad);
-            *nonZero += static_cast<uint64_t>(handled) - V::hsum64(_zeros64);
+            *nonZero += V::hsum64(_nonZero64);
         }
 
       private:
-        T _sad = V::zero(), _zeros8 = V::zero(), _zeros64 = V::zero();
+        T _one = V::set8(1);
+        T _sad = V::zero(), _nonZero8 = V::zero(), _nonZero64 = V::zero();
     };
 
     // Calls step(i) for every whole vector of a span of n pixels; step writes the vector at i and returns it,
@@ -97,7 +99,7 @@ struct ArithBody {
             if (i <= lastInBlock) sums.Add(step(i)), i += V::N;
             sums.Fold();
         }
-        sums.Finish(i, sum, nonZero);
+        sums.Finish(sum, nonZero);
         return i;
     }
 

@@ -123,10 +123,10 @@ void swHistogramAgent::CountRegion(int shift) {
     if (clip.IsEmpty()) return;
 
     histogram::Lanes lanes{};
-    const auto kernel = histogram::kCountKernels.At(ActiveIsa());
+    const Isa level = ActiveIsa();
     const Buffer& src = *_srcBuf;
     ForEachSpan(_sRoi, clip, [&](int row, int column, int length) {
-        histogram::kCountKernels.Run(kernel, 0, length, src.Row(_sPt.y + row) + _sPt.x + column, &lanes);
+        histogram::kCountKernels.Run(level, 0, length, src.Row(_sPt.y + row) + _sPt.x + column, &lanes);
     });
 
     const int64_t bins = _results != nullptr ? static_cast<int64_t>(_results->size()) : 0;

@@ -72,7 +72,7 @@ int swMaskAgent::Go() {
     if (_srcBuf->BitsPerPixel() != EIGHT || _dstBuf->BitsPerPixel() != EIGHT) return 0;
 
     const Rect clip = ClipRegionToBuffers(_sRoi, {{_srcBuf, _sPt}, {_dstBuf, Point{0, 0}}});
-    const auto kernel = mask::kSpanKernels.At(ActiveIsa());
+    const Isa level = ActiveIsa();
     const Buffer& src = *_srcBuf;
     const Buffer& dst = *_dstBuf;
     ForEachSpan(_sRoi, clip, [&](int row, int column, int length) {
@@ -80,7 +80,7 @@ int swMaskAgent::Go() {
         job.op = _opCode, job.low = _bandLow, job.high = _bandHigh;
         job.s = src.Row(_sPt.y + row) + _sPt.x + column;
         job.d = dst.Row(row) + column;
-        mask::kSpanKernels.Run(kernel, 0, length, job);
+        mask::kSpanKernels.Run(level, 0, length, job);
     });
     return 0;
 }
