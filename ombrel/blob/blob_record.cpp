@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Region records: moment accumulation, completion features and the on-demand boundary features.
+// Region records: moment accumulation, completion features, the on-demand boundary features and the feature
+// table.
+#include "ombrel/blob/blob_record.h"
+
 #include <algorithm>
 #include <cmath>
 #include <new>
