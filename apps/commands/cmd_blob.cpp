@@ -7,6 +7,7 @@
 
 #include <ombrel/blob/blob.h>
 #include <ombrel/framework/angles.h>
+#include <ombrel/framework/halvard_metadc.h>
 
 #include "analyses.h"
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Blob analysis: segmentation into a tree of regions, their records and features, and the drawing recorder.
+// Blob analysis: segmentation into a tree of regions, their records and features; drawing them goes through
+// the framework's drawing recorder.
 #pragma once
 #include "ombrel/blob/blob_agent.h"
 #include "ombrel/blob/blob_pool.h"
+#include "ombrel/blob/blob_record.h"
 #include "ombrel/blob/blob_result.h"
-#include "ombrel/blob/halvard_metadc.h"
+#include "ombrel/framework/halvard_metadc.h"

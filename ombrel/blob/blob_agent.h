@@ -16,8 +16,11 @@
 // (features, filters: see blob_result.h and the setters below). When Go ends, the surviving regions are
 // labelled and listed in raster order of their first pixel (BlobResult::Blobs).
 //
-// Masked regions: the pixels under the mask that are in the band are first marked 1 in a private buffer by
-// a mask agent (operation 11); segmentation then runs on that buffer with both thresholds 1.
+// Masked regions (the region has mask bits): the pixels under the mask that are in the band are first marked
+// 1 in a private buffer by a mask agent (operation 11, given the agent's band); segmentation then runs on
+// that buffer for the value 1, span by span of the mask: each span of a row at least _StepX long is sampled
+// from its own start, shorter spans are skipped. The agent's own thresholds are never changed. The buffer and
+// the mask agent are made on the first masked run and kept until the agent is deleted.
 //
 // Status: Go() returns 0, or BLOB_ERR_TOO_COMPLEX (-1003) when a pool reached its chunk limit ("Image Too
 // Complex -- Change Threshold" in the debug window), or BLOB_ERR_NO_MEMORY (-1505) when memory ran out;
@@ -33,12 +36,14 @@
 #include "ombrel/blob/blob_result.h"
 #include "ombrel/blob/blob_rle.h"
 #include "ombrel/framework/agent.h"
+#include "ombrel/framework/export.h"
+#include "ombrel/framework/roi.h"
 
 namespace ombrel {
 
 class MaskAgent;
 
-class BlobAgent : public Agent {
+class OMBREL_API BlobAgent : public Agent {
   public:
     // Sets the defaults: thresholds as given, steps 1, area limits 1 and 2147483647, filter flags 16,
     // options 3, keep-flag 1; attaches `res`.
@@ -123,7 +128,7 @@ class BlobAgent : public Agent {
     void Fail(int32_t status);
 };
 
-class swBlobAgent : public BlobAgent {
+class OMBREL_API swBlobAgent : public BlobAgent {
   public:
     swBlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr);
     swBlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int highThr);
@@ -153,6 +158,7 @@ class swBlobAgent : public BlobAgent {
     int RunRows();
     int CodeRow(const Buffer* buf, Point origin, const Rect& clip, int row, blobrle::Band band,
                 bool emptyBand);
+    int CodeRowSpan(const uint8_t* line, int x, int cnt, int n, blobrle::Band band);
     void JoinRow(int n, int y);
     template <bool kGrey, bool kBdry, bool kStepOne>
     void JoinRowAs(int n, int y);
@@ -166,7 +172,6 @@ class swBlobAgent : public BlobAgent {
     bool incbdry(BdryCell*& cell, int x, int y);
     BdryCell* NewChain();
     int PrepareMask();
-    void DeleteMaskAgent();
 
     // The active runs, as alternating background / object runs from the root's run (x = -32767) to a
     // terminator (x = 32767): the previous row's are read from _prev at a cursor while the current row's
@@ -188,20 +193,20 @@ class swBlobAgent : public BlobAgent {
     int32_t _greyTail = 0;        // grey sum of the run after the last transition
     // Masked regions.
     std::unique_ptr<Buffer> _pMaskedSrcBuf;
-    MaskAgent* _maskAgent = nullptr;
-    int _savedLow = 0;
-    int _savedHigh = 0;
+    std::unique_ptr<MaskAgent> _maskAgent;
+    ROI _scannedRoi;                // the spans of mask bits that came without a scan list
+    const ROI* _spanRoi = nullptr;  // where this run's mask spans are read (_sRoi or _scannedRoi)
     bool _masked = false;
-    bool _maskRan = false;
 };
 
 // Blob agent over the whole image, a rectangle, an origin and region, or four ints (left, top, right,
 // bottom). Reports "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <=
 // 255)" (module lfblob) and still chooses by the source type: host -> swBlobAgent, board or null -> null.
-BlobAgent* BlobFact(Buffer* src, BlobResult* res, int lowThr, int highThr);
-BlobAgent* BlobFact(Buffer* src, const Rect& r, BlobResult* res, int lowThr, int highThr);
-BlobAgent* BlobFact(Buffer* src, const Point& p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
-BlobAgent* BlobFact(Buffer* src, int left, int top, int right, int bottom, BlobResult* res, int lowThr,
-                    int highThr);
+OMBREL_API BlobAgent* BlobFact(Buffer* src, BlobResult* res, int lowThr, int highThr);
+OMBREL_API BlobAgent* BlobFact(Buffer* src, const Rect& r, BlobResult* res, int lowThr, int highThr);
+OMBREL_API BlobAgent* BlobFact(Buffer* src, const Point& p, const ROI& roi, BlobResult* res, int lowThr,
+                               int highThr);
+OMBREL_API BlobAgent* BlobFact(Buffer* src, int left, int top, int right, int bottom, BlobResult* res,
+                               int lowThr, int highThr);
 
 }  // namespace ombrel

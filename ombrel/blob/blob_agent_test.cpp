@@ -10,6 +10,7 @@
 #include "ombrel/blob/blob.h"
 #include "ombrel/blob/blob_rle.h"
 #include "ombrel/framework/angles.h"
+#include "testing/images.h"
 #include "testing/recorders.h"
 
 namespace ombrel {
@@ -119,22 +120,53 @@ TEST(BlobSegmentation, ThresholdBandsAndSteps) {
     EXPECT_EQ(asserts.Reports()[0].expression, "_sRoi.Width() > _StepX");
 }
 
-TEST(BlobSegmentation, StepOneCodingIsIdenticalOnEveryIsa) {
-    std::mt19937 rng(5);
-    for (Isa isa : testing::AllIsaLevels()) {
-        if (static_cast<int>(isa) > static_cast<int>(DetectedIsa())) continue;
-        for (int width : {1, 15, 16, 17, 31, 32, 33, 64, 100, 257}) {
-            std::vector<uint8_t> row(width);
-            for (auto& v : row) v = static_cast<uint8_t>(rng() % 4 == 0 ? rng() : (rng() % 2) * 150);
-            std::vector<int16_t> a(width + 2), b(width + 2);
-            const blobrle::Band band{100, 100};
-            const int n = blobrle::CodeSpan(row.data(), width, 7, 1, band, a.data());
-            const int m = blobrle::CodeSpanStep1(row.data(), width, 7, band, b.data(), isa);
-            ASSERT_EQ(n, m) << IsaName(isa) << " width " << width;
-            for (int i = 0; i < n; ++i) EXPECT_EQ(a[i], b[i]);
-        }
+// Step-1 row coding and whole segmentations at every instruction-set level are those of the scalar code.
+class BlobIsaLevels : public testing::IsaLevelTest {};
+
+TEST_P(BlobIsaLevels, StepOneCodingIsIdenticalToTheReference) {
+    uint32_t seed = 5;
+    for (int width : testing::AwkwardWidths()) {
+        auto row = testing::RandomImage(width, 1, seed++);
+        std::vector<int16_t> a(width + 2), b(width + 2);
+        const blobrle::Band band{100, 100};
+        const int n = blobrle::CodeSpan(row->Row(0), width, 7, 1, band, a.data());
+        const int m = blobrle::CodeSpanStep1(row->Row(0), width, 7, band, b.data(), Level());
+        ASSERT_EQ(n, m) << "width " << width;
+        for (int i = 0; i < n; ++i) EXPECT_EQ(a[i], b[i]) << "width " << width << " transition " << i;
     }
 }
+
+// Area, box and first run of every region, in label order.
+std::vector<std::vector<double>> Regions(Buffer* img, const Rect& r) {
+    BlobResult result;
+    std::unique_ptr<BlobAgent> agent(BlobFact(img, r, &result, 0, 127));
+    EXPECT_EQ(agent->Go(), 0);
+    std::vector<std::vector<double>> out;
+    for (Blob* b : result.Blobs())
+        out.push_back({b->GetFeat(BF_COLOR), b->GetFeat(BF_AREA), b->GetFeat(BF_LEFT), b->GetFeat(BF_TOP),
+                       b->GetFeat(BF_RIGHT), b->GetFeat(BF_BOTTOM), b->GetFeat(BF_TOP_X),
+                       b->GetFeat(BF_PARENT_LABEL)});
+    return out;
+}
+
+TEST_P(BlobIsaLevels, SegmentationIsIdenticalToTheScalarOneAndLeavesThePaddingAlone) {
+    uint32_t seed = 40;
+    for (int width : {1, 15, 16, 17, 33, 64, 67}) {
+        auto img = testing::RandomImage(width + 3, 11, seed++);
+        const Rect region{1, 2, width + 2, 11};  // an odd offset inside the image
+        const auto atLevel = Regions(img.get(), region);
+        std::vector<std::vector<double>> reference;
+        {
+            testing::ScopedIsaCap scalar(Isa::Scalar);
+            reference = Regions(img.get(), region);
+        }
+        EXPECT_FALSE(atLevel.empty());
+        EXPECT_EQ(atLevel, reference) << "width " << width;
+        testing::ExpectPaddingIs(*img);
+    }
+}
+
+OMBREL_INSTANTIATE_ISA_LEVELS(BlobIsaLevels);
 
 TEST(BlobRecords, FiltersAndKeepFlag) {
     auto img = Art({"......................", ".####...........#####.", ".#.##...##......#...#.",
@@ -245,6 +277,205 @@ TEST(BlobRecords, FeaturesFollowTheirFormulas) {
     EXPECT_EQ(bar->GetFeat(65), 0.0);
     EXPECT_EQ(asserts.Count(), 2u);
     EXPECT_EQ(asserts.Reports()[0].expression, "featno > 0 && featno < NUMFEAT");
+}
+
+// Option 1 keeps the first sums, option 2 the second sums, each on its own; the axes need both.
+TEST(BlobRecords, EachMomentOptionKeepsItsOwnSums) {
+    auto img = Art({".......", "..###..", ".####..", ".####..", "......."});
+    // Per pixel (x, y): xx/12 adds x^2 + 1/12, xy/4 adds x (y + 1/2); per run yy/12 adds (y + 1/2)^2 L +
+    // 1/12.
+    double xx = 0, xy = 0, yy = 0, sx = 0, sy = 0;
+    const int rows[3][3] = {{1, 2, 5}, {2, 1, 5}, {3, 1, 5}};  // y, run start, run end
+    for (const auto& r : rows) {
+        for (int x = r[1]; x < r[2]; ++x) {
+            xx += x * x + 1.0 / 12;
+            xy += x * (r[0] + 0.5);
+            sx += 2 * x;
+            sy += 2 * (r[0] + 0.5);
+        }
+        yy += (r[0] + 0.5) * (r[0] + 0.5) * (r[2] - r[1]) + 1.0 / 12;
+    }
+    for (int options : {int{BLOB_OPT_FIRST_MOMENTS}, int{BLOB_OPT_SECOND_MOMENTS},
+                        BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS}) {
+        SCOPED_TRACE(options);
+        const bool first = options & BLOB_OPT_FIRST_MOMENTS, second = options & BLOB_OPT_SECOND_MOMENTS;
+        BlobRun r(img.get(), options);
+        ASSERT_EQ(r.Go(), 0);
+        Blob* b = r.Objects().at(0);
+        EXPECT_DOUBLE_EQ(b->GetFeat(BF_SUM_X), first ? sx : 0.0);
+        EXPECT_DOUBLE_EQ(b->GetFeat(BF_SUM_Y), first ? sy : 0.0);
+        EXPECT_NEAR(b->GetFeat(BF_XX), second ? xx : 0.0, 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_XY), second ? xy : 0.0, 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_YY), second ? yy : 0.0, 1e-9);
+        if (first && second) {
+            EXPECT_GT(b->GetFeat(BF_MAJOR_AXIS), 0.0);
+            EXPECT_LT(b->GetFeat(BF_AXIS_RATIO), 1.0);
+        } else {  // no axes: the ratio is width / height
+            EXPECT_EQ(b->GetFeat(BF_MAJOR_AXIS), 0.0);
+            EXPECT_EQ(b->GetFeat(BF_AXIS_FRAME_00), 0.0);
+            EXPECT_DOUBLE_EQ(b->GetFeat(BF_AXIS_RATIO), 4.0 / 3.0);
+        }
+    }
+}
+
+// The boundary of a shape with one run per row, as the walk visits it: run starts down the left side, run
+// ends (one past the last pixel) up the right side, consecutive rows with the same x one point visited at
+// both of its ends. Every boundary feature is recomputed from it and the shape's pixels.
+struct BoundaryFigures {
+    double cx = 0, cy = 0;  // region coordinates of the centroid: mean x, mean y + 1/2
+    int points = 0;
+    double minR2 = 0, maxR2 = 0, sumR = 0;
+    double minX = 0, minY = 0, maxX = 0, maxY = 0;
+    double minAngle = 0, maxAngle = 0, rawDiff = 0, diff = 0;
+    double length = 0, width = 0, offAlong = 0, offAcross = 0;
+};
+
+BoundaryFigures FiguresOf(const Buffer& img, double axisAngle) {
+    struct Run {
+        int y, s, t;
+    };
+    std::vector<Run> runs;
+    BoundaryFigures f;
+    double n = 0;
+    for (int y = 0; y < img.Height(); ++y) {
+        int s = -1, t = -1;
+        for (int x = 0; x < img.Width(); ++x)
+            if (img.Row(y)[x] >= 100) {
+                if (s < 0) s = x;
+                t = x + 1;
+                f.cx += x;
+                f.cy += y + 0.5;
+                ++n;
+            }
+        if (s >= 0) runs.push_back({y, s, t});
+    }
+    f.cx /= n;
+    f.cy /= n;
+    std::vector<std::pair<double, double>> ends;
+    auto side = [&](auto begin, auto end, bool left) {
+        for (auto it = begin; it != end;) {
+            const int x = left ? it->s : it->t;
+            auto last = it;
+            while (std::next(last) != end && (left ? std::next(last)->s : std::next(last)->t) == x) ++last;
+            ends.push_back({double(x), double(it->y)});
+            if (last->y != it->y) ends.push_back({double(x), double(last->y)});
+            ++f.points;
+            it = std::next(last);
+        }
+    };
+    side(runs.begin(), runs.end(), true);
+    side(runs.rbegin(), runs.rend(), false);
+    const double ca = std::cos(axisAngle), sa = std::sin(axisAngle);
+    double px = 0, py = 0;
+    int64_t uMin = 0, uMax = 0, vMin = 0, vMax = 0;
+    for (size_t i = 0; i < ends.size(); ++i) {
+        const auto [x, y] = ends[i];
+        const double dx = i ? x - px : 0, dy = i ? y - py : 0;
+        const double r2 = (x - f.cx) * (x - f.cx) + (y - f.cy) * (y - f.cy);
+        if (i == 0 || r2 < f.minR2) f.minR2 = r2, f.minX = x, f.minY = y;
+        if (i == 0 || r2 > f.maxR2) f.maxR2 = r2, f.maxX = x, f.maxY = y;
+        f.sumR += r2 - ((dx * dx + dy * dy) * 0.1666667 + 0.5);
+        const int64_t u = std::llround(((x - f.cx) * ca + (y - f.cy) * sa) * 16);
+        const int64_t v = std::llround((-(x - f.cx) * sa + (y - f.cy) * ca) * 16);
+        uMin = i ? std::min(uMin, u) : u, uMax = i ? std::max(uMax, u) : u;
+        vMin = i ? std::min(vMin, v) : v, vMax = i ? std::max(vMax, v) : v;
+        px = x, py = y;
+    }
+    f.minAngle = std::atan2(f.minY - f.cy, f.minX - f.cx);
+    f.maxAngle = std::atan2(f.maxY - f.cy, f.maxX - f.cx);
+    f.rawDiff = f.maxAngle - f.minAngle;
+    f.diff = f.rawDiff > kPi ? f.rawDiff - kTwoPi : f.rawDiff <= -kPi ? f.rawDiff + kTwoPi : f.rawDiff;
+    f.length = (uMax - uMin) / 16.0;
+    f.width = (vMax - vMin) / 16.0;
+    f.offAlong = (uMax + uMin) / 32.0;
+    f.offAcross = (vMax + vMin) / 32.0;
+    return f;
+}
+
+// A shape drawn by its pixel centres: inside(x + 0.5, y + 0.5) marks an object pixel.
+template <class Inside>
+std::unique_ptr<Buffer> Shape(int w, int h, Inside inside) {
+    auto img = testing::FilledImage(w, h, 10);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            if (inside(x + 0.5, y + 0.5)) img->Row(y)[x] = 200;
+    return img;
+}
+
+TEST(BlobRecords, BoundaryFeaturesOfADiscAndOfRectangles) {
+    const double turn = 0.5;  // radians, for the rotated rectangle
+    struct Case {
+        const char* name;
+        std::unique_ptr<Buffer> img;
+        double expectLength, expectWidth;  // of the shape itself, to within a pixel or so
+    };
+    std::vector<Case> cases;
+    cases.push_back(
+        {"disc",
+         Shape(40, 40, [](double x, double y) { return (x - 20) * (x - 20) + (y - 20) * (y - 20) <= 144; }),
+         24, 24});
+    cases.push_back({"rectangle",
+                     Shape(30, 12, [](double x, double y) { return x > 3 && x < 25 && y > 3 && y < 9; }), 22,
+                     5});
+    cases.push_back({"rotated rectangle",
+                     Shape(50, 40,
+                           [&](double x, double y) {
+                               const double u = (x - 25) * std::cos(turn) + (y - 20) * std::sin(turn);
+                               const double v = -(x - 25) * std::sin(turn) + (y - 20) * std::cos(turn);
+                               return std::fabs(u) <= 14 && std::fabs(v) <= 5;
+                           }),
+                     28, 10});
+    bool wrapped = false;
+    for (Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        BlobRun r(c.img.get(), BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS | BLOB_OPT_BOUNDARY |
+                                   BLOB_OPT_RADII | BLOB_OPT_LENGTH_WIDTH);
+        ASSERT_EQ(r.Go(), 0);
+        ASSERT_EQ(r.Objects().size(), 1u);
+        Blob* b = r.Objects()[0];
+        const BoundaryFigures f = FiguresOf(*c.img, b->GetFeat(BF_AXIS_ANGLE));
+        EXPECT_DOUBLE_EQ(b->GetFeat(BF_CENTROID_X), f.cx - 0.5);
+        EXPECT_DOUBLE_EQ(b->GetFeat(BF_CENTROID_Y), f.cy - 0.5);
+        EXPECT_NEAR(b->GetFeat(BF_MIN_RADIUS), std::sqrt(f.minR2), 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_MAX_RADIUS), std::sqrt(f.maxR2), 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_MEAN_RADIUS), std::sqrt(f.sumR / f.points), 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_RADIUS_RATIO), std::sqrt(f.minR2 / f.maxR2), 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_MIN_RADIUS_DX), f.minX - f.cx, 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_MIN_RADIUS_DY), f.minY - f.cy, 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_MAX_RADIUS_DX), f.maxX - f.cx, 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_MAX_RADIUS_DY), f.maxY - f.cy, 1e-9);
+        EXPECT_NEAR(b->GetFeat(BF_MIN_RADIUS_ANGLE), f.minAngle, 1e-12);
+        EXPECT_NEAR(b->GetFeat(BF_MAX_RADIUS_ANGLE), f.maxAngle, 1e-12);
+        EXPECT_NEAR(b->GetFeat(BF_RADIAL_ANGLE_DIFF), f.diff, 1e-12);
+        EXPECT_GT(b->GetFeat(BF_RADIAL_ANGLE_DIFF), -kPi);
+        EXPECT_LE(b->GetFeat(BF_RADIAL_ANGLE_DIFF), kPi);
+        wrapped = wrapped || f.diff != f.rawDiff;
+        EXPECT_DOUBLE_EQ(b->GetFeat(BF_LENGTH), f.length);
+        EXPECT_DOUBLE_EQ(b->GetFeat(BF_WIDTH), f.width);
+        EXPECT_DOUBLE_EQ(b->GetFeat(BF_LENBOX_OFFSET_ALONG), f.offAlong);
+        EXPECT_DOUBLE_EQ(b->GetFeat(BF_LENBOX_OFFSET_ACROSS), f.offAcross);
+        // And the figures are those of the shape: its size, a box about centred on the centroid.
+        const double along = std::max(b->GetFeat(BF_LENGTH), b->GetFeat(BF_WIDTH));
+        const double across = std::min(b->GetFeat(BF_LENGTH), b->GetFeat(BF_WIDTH));
+        EXPECT_NEAR(along, c.expectLength, 1.5);
+        EXPECT_NEAR(across, c.expectWidth, 1.5);
+        EXPECT_LT(std::fabs(b->GetFeat(BF_LENBOX_OFFSET_ALONG)), 1.0);
+        EXPECT_LT(std::fabs(b->GetFeat(BF_LENBOX_OFFSET_ACROSS)), 1.0);
+    }
+    // The disc's radii are its radius, to within the pixel grid (the points are pixel edges, the centroid a
+    // pixel index).
+    BlobRun disc(cases[0].img.get(),
+                 BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS | BLOB_OPT_BOUNDARY | BLOB_OPT_RADII);
+    ASSERT_EQ(disc.Go(), 0);
+    Blob* d = disc.Objects().at(0);
+    EXPECT_NEAR(d->GetFeat(BF_MEAN_RADIUS), 12.0, 1.5);
+    EXPECT_NEAR(d->GetFeat(BF_MIN_RADIUS), 12.0, 1.5);
+    EXPECT_NEAR(d->GetFeat(BF_MAX_RADIUS), 12.0, 1.5);
+    // The rotated rectangle's axis is its rotation.
+    BlobRun rotated(cases[2].img.get());
+    ASSERT_EQ(rotated.Go(), 0);
+    EXPECT_NEAR(rotated.Objects().at(0)->GetFeat(BF_AXIS_ANGLE), turn, 0.02);
+    EXPECT_TRUE(wrapped) << "no shape took the radial angle difference through its wrap";
 }
 
 TEST(BlobRecords, WithoutMomentsTheCentroidIsTheOriginNotAnEarlierRegions) {
@@ -450,6 +681,102 @@ TEST(BlobAgentMasked, MaskedRegionSegmentsOnlyUnderTheMask) {
     std::unique_ptr<BlobAgent> clipped(BlobFact(img.get(), Point{3, 1}, big, &result, 100, 255));
     ASSERT_EQ(clipped->Go(), 0);
     EXPECT_EQ(result.NParts(), 2);
+}
+
+// An 8-bit mask of w x h with the columns [from, to) set on every row.
+std::unique_ptr<Buffer> ColumnMask(int w, int h, int from, int to) {
+    auto m = std::make_unique<Buffer>(w, h, EIGHT);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) m->Row(y)[x] = x >= from && x < to ? 1 : 0;
+    return m;
+}
+
+TEST(BlobAgentMasked, EachMaskSpanIsSampledFromItsOwnStartAndShortSpansAreSkipped) {
+    auto img = testing::FilledImage(8, 3, 200);
+    BlobResult result;
+    {  // a three-pixel span with a step of 4 is skipped
+        auto mask = ColumnMask(8, 3, 0, 3);
+        ROI roi(mask.get());
+        std::unique_ptr<BlobAgent> agent(BlobFact(img.get(), Point{0, 0}, roi, &result, 100, 255));
+        agent->SetStep(4, 1);
+        ASSERT_EQ(agent->Go(), 0);
+        EXPECT_EQ(result.NParts(), 0);
+    }
+    {  // two spans in a row: the short one skipped, the one of four coded
+        auto mask = ColumnMask(8, 3, 0, 3);
+        for (int y = 0; y < 3; ++y)
+            for (int x = 4; x < 8; ++x) mask->Row(y)[x] = 1;
+        ROI roi(mask.get());
+        std::unique_ptr<BlobAgent> agent(BlobFact(img.get(), Point{0, 0}, roi, &result, 100, 255));
+        agent->SetStep(4, 1);
+        ASSERT_EQ(agent->Go(), 0);
+        ASSERT_EQ(result.NParts(), 1);
+        EXPECT_EQ(result.First()->GetFeat(BF_LEFT), 4);
+        EXPECT_EQ(result.First()->GetFeat(BF_AREA), 12);
+    }
+    {  // sampling starts at the span's start (column 1): column 5 is sampled and refined, 0 and 4 would miss
+        // the object pixels 5..7 altogether
+        auto spots = testing::FilledImage(8, 3, 10);
+        for (int y = 0; y < 3; ++y)
+            for (int x = 5; x < 8; ++x) spots->Row(y)[x] = 200;
+        auto mask = ColumnMask(8, 3, 1, 8);
+        ROI roi(mask.get());
+        std::unique_ptr<BlobAgent> agent(BlobFact(spots.get(), Point{0, 0}, roi, &result, 100, 255));
+        agent->SetStep(4, 1);
+        ASSERT_EQ(agent->Go(), 0);
+        ASSERT_EQ(result.NParts(), 1);
+        EXPECT_EQ(result.First()->GetFeat(BF_LEFT), 5);
+        EXPECT_EQ(result.First()->GetFeat(BF_RIGHT), 8);
+        EXPECT_EQ(result.First()->GetFeat(BF_AREA), 9);
+    }
+}
+
+// Lets a test attach a mask to the agent's own region without making its scan list.
+class MaskProbe : public swBlobAgent {
+  public:
+    using swBlobAgent::swBlobAgent;
+    void AttachMaskWithoutScans(Buffer* mask) { _sRoi.SetSwMask(mask, true); }
+};
+
+TEST(BlobAgentMasked, AMaskWithoutScanListStillMasks) {
+    auto img = testing::FilledImage(8, 3, 200);
+    Buffer bits(8, 3, ONE);
+    for (int y = 0; y < 3; ++y) bits.Row(y)[0] = 0xE0;  // columns 0..2
+    BlobResult result;
+    MaskProbe agent(img.get(), Rect{0, 0, 8, 3}, &result, 100, 255);
+    agent.AttachMaskWithoutScans(&bits);
+    ASSERT_FALSE(agent.SrcROI().IsMasked());
+    ASSERT_EQ(agent.Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_EQ(result.First()->GetFeat(BF_AREA), 9);  // not the whole 8 x 3 rectangle
+    EXPECT_EQ(result.First()->GetFeat(BF_RIGHT), 3);
+}
+
+TEST(BlobAgentMasked, TheKeptMaskAgentFollowsTheAgentBetweenRuns) {
+    // Grey 150 in columns 0..3, 220 in columns 4..7; the mask covers everything.
+    auto img = testing::FilledImage(8, 4, 150);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 4; x < 8; ++x) img->Row(y)[x] = 220;
+    auto mask = ColumnMask(6, 4, 0, 6);
+    ROI roi(mask.get());
+    BlobResult result;
+    std::unique_ptr<BlobAgent> agent(BlobFact(img.get(), Point{0, 0}, roi, &result, 100, 255));
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_EQ(result.First()->GetFeat(BF_AREA), 24);
+    // A new band reaches the mask agent; the agent's own band is what was set, during and after the run.
+    agent->SetThresholds(200, 255);
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_EQ(result.First()->GetFeat(BF_AREA), 8);
+    EXPECT_EQ(agent->LowThreshold(), 200);
+    EXPECT_EQ(agent->HighThreshold(), 255);
+    // So does a new origin.
+    agent->SetSrcPt(Point{2, 0});
+    ASSERT_EQ(agent->Go(), 0);
+    ASSERT_EQ(result.NParts(), 1);
+    EXPECT_EQ(result.First()->GetFeat(BF_AREA), 16);
+    EXPECT_EQ(result.First()->GetFeat(BF_LEFT), 2);  // region coordinates: image column 4
 }
 
 TEST(BlobResultText, DumpPrintsOneLinePerRegion) {

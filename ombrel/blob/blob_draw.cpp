@@ -4,7 +4,7 @@
 
 #include "ombrel/blob/blob_boundary_walk.h"
 #include "ombrel/blob/blob_result.h"
-#include "ombrel/blob/halvard_metadc.h"
+#include "ombrel/framework/halvard_metadc.h"
 
 namespace ombrel {
 namespace {

@@ -14,6 +14,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "ombrel/framework/export.h"
 #include "ombrel/framework/hal.h"
 
 namespace ombrel {
@@ -31,11 +32,12 @@ enum BlobStatus : int32_t {
 
 // Process-wide chunk limit of every blob pool: max(512, 3n/32) when 3n/32 > 0 (integer arithmetic),
 // otherwise unchanged; at most 2^28 chunks. Read when a BlobResult is constructed.
-void SetBlobMaxPoolSize(int n);
-int GetBlobMaxPoolSize();
+OMBREL_API void SetBlobMaxPoolSize(int n);
+OMBREL_API int GetBlobMaxPoolSize();
 
-// Reports the pool failure texts (debug window for the too-complex case). Shared by every pool type.
-void ReportBlobPoolFailure(int32_t status);
+// Reports the pool failure texts (debug window for the too-complex case). Shared by every pool type, and
+// exported because the pool templates that call it are instantiated in the caller's code.
+OMBREL_API void ReportBlobPoolFailure(int32_t status);
 
 template <class T>
 class StoragePool {

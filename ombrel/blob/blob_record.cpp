@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Region records: moment accumulation, completion features and the on-demand boundary features.
+// Region records: moment accumulation, completion features, the on-demand boundary features and the feature
+// table.
+#include "ombrel/blob/blob_record.h"
+
 #include <algorithm>
 #include <cmath>
 #include <new>
@@ -13,16 +16,7 @@ namespace ombrel {
 namespace {
 
 constexpr int32_t kSplitUnit = 2147483647;
-
-// Which routine a feature needs (0: none).
-constexpr int kFeatureRoutine[NUMFEAT] = {0,                             // 0
-                                          0, 0, 0, 0, 0, 0, 0, 0, 5, 5,  // 1..10
-                                          0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  // 11..20
-                                          0, 0, 1, 0, 0, 2, 2, 3, 3, 2,  // 21..30
-                                          4, 4, 0, 0, 0, 1, 2, 4, 0, 0,  // 31..40
-                                          0, 0, 0, 1, 3, 4, 4, 0, 0, 0,  // 41..50
-                                          0, 0, 0, 0, 3, 3, 3, 3, 0, 0,  // 51..60
-                                          0, 0, 0, 0};                   // 61..64
+static_assert(alignof(Blob) == 64, "a record starts on a cache line");
 
 constexpr int kRoutineBit[NUMFROUT] = {0,
                                        BLOB_DONE_PERIMETER,
@@ -288,35 +282,94 @@ void Blob::LenWid() {
     _f->_offAcross = (_f->_projMax[1] + _f->_projMin[1]) / 32.0;
 }
 
+// ---- Feature table
+// Per feature number: the routine that computes it on first request (0: none) and how it is read (null:
+// always 0.0). Routine 1 perimeter, 2 radii, 3 radial angles, 4 length and width, 5 relative boundary.
+const Blob::FeatureEntry Blob::kFeatures[NUMFEAT] = {
+    {0, nullptr},                                                       // numbers start at 1
+    {0, [](const Blob& b) -> double { return b._color; }},              // 1
+    {0, [](const Blob& b) -> double { return b._area; }},               // 2
+    {0, [](const Blob& b) -> double { return b._filledArea; }},         // 3
+    {0, [](const Blob& b) -> double { return b._nHoles; }},             // 4
+    {0, [](const Blob& b) -> double { return b._left; }},               // 5
+    {0, [](const Blob& b) -> double { return b._right; }},              // 6
+    {0, [](const Blob& b) -> double { return b._top; }},                // 7
+    {0, [](const Blob& b) -> double { return b._bottom; }},             // 8
+    {5, [](const Blob& b) -> double { return b._f->_sumDx; }},          // 9
+    {5, [](const Blob& b) -> double { return b._f->_sumDy; }},          // 10
+    {0, [](const Blob& b) -> double { return double(b._sumX); }},       // 11
+    {0, [](const Blob& b) -> double { return double(b._sumY); }},       // 12
+    {0, [](const Blob& b) -> double { return b._xx.Value() / 12.0; }},  // 13
+    {0, [](const Blob& b) -> double { return b._xy.Value() / 4.0; }},   // 14
+    {0, [](const Blob& b) -> double { return b._yy.Value() / 12.0; }},  // 15
+    {0, [](const Blob& b) -> double { return b._f->_dArea; }},          // 16
+    {0, [](const Blob& b) -> double { return b.ImageX(); }},            // 17
+    {0, [](const Blob& b) -> double { return b.ImageY(); }},            // 18
+    {0, [](const Blob& b) -> double { return b._f->_minor; }},          // 19
+    {0, [](const Blob& b) -> double { return b._f->_major; }},          // 20
+    {0, [](const Blob& b) -> double { return b._f->_angle; }},          // 21
+    {0, nullptr},                                                       // 22: none
+    {1, [](const Blob& b) -> double { return b._f->_perimeter; }},      // 23
+    {0, [](const Blob& b) -> double { return b._f->_dFilled; }},        // 24
+    {0,
+     [](const Blob& b)
+         -> double { return b._res->_pixelCount != 0 ? b._area / double(b._res->_pixelCount) : 0.0; }},  // 25
+    {2, [](const Blob& b) -> double { return b._f->_minRadius; }},                                       // 26
+    {2, [](const Blob& b) -> double { return b._f->_maxRadius; }},                                       // 27
+    {3, [](const Blob& b) -> double { return b._f->_minAngle; }},                                        // 28
+    {3, [](const Blob& b) -> double { return b._f->_maxAngle; }},                                        // 29
+    {2, [](const Blob& b) -> double { return b._f->_meanRadius; }},                                      // 30
+    {4, [](const Blob& b) -> double { return b._f->_length; }},                                          // 31
+    {4, [](const Blob& b) -> double { return b._f->_width; }},                                           // 32
+    {0, [](const Blob& b) -> double { return b._f->_holeArea; }},                                        // 33
+    {0, [](const Blob& b) -> double { return b._f->_areaOverFilled; }},                                  // 34
+    {0, [](const Blob& b) -> double { return b._f->_axisRatio; }},                                       // 35
+    {1, [](const Blob& b) -> double { return b._f->_p2OverArea; }},                                      // 36
+    {2, [](const Blob& b) -> double { return b._f->_radiusRatio; }},                                     // 37
+    {4, [](const Blob& b) -> double { return b._f->_widthOverLength; }},                                 // 38
+    {0, [](const Blob& b) -> double { return b._f->_boxWidth; }},                                        // 39
+    {0, [](const Blob& b) -> double { return b._f->_boxHeight; }},                                       // 40
+    {0, [](const Blob& b) -> double { return b._f->_boxArea; }},                                         // 41
+    {0, [](const Blob& b) -> double { return b._f->_filledOverBox; }},                                   // 42
+    {0, [](const Blob& b) -> double { return b._f->_centroidDistance; }},                                // 43
+    {1, [](const Blob& b) -> double { return b._f->_compactness; }},                                     // 44
+    {3, [](const Blob& b) -> double { return b._f->_angleDiff; }},                                       // 45
+    {4, [](const Blob& b) -> double { return b._f->_offAlong; }},                                        // 46
+    {4, [](const Blob& b) -> double { return b._f->_offAcross; }},                                       // 47
+    {0, [](const Blob& b) -> double { return b._bottomX; }},                                             // 48
+    {0, [](const Blob& b) -> double { return b._rightRow; }},                                            // 49
+    {0, [](const Blob& b) -> double { return b._topX; }},                                                // 50
+    {0, [](const Blob& b) -> double { return b._leftRow; }},                                             // 51
+    {0, [](const Blob& b) -> double { return b._parent->_label; }},                                      // 52
+    {0, [](const Blob& b) -> double { return b._area != 0 ? double(b._greySum) / b._area : 0.0; }},      // 53
+    {0, [](const Blob& b) -> double { return double(b._greySum); }},                                     // 54
+    {3, [](const Blob& b) -> double { return b._f->_minDx; }},                                           // 55
+    {3, [](const Blob& b) -> double { return b._f->_minDy; }},                                           // 56
+    {3, [](const Blob& b) -> double { return b._f->_maxDx; }},                                           // 57
+    {3, [](const Blob& b) -> double { return b._f->_maxDy; }},                                           // 58
+    {0, [](const Blob& b) -> double { return b._f->_frame[0][0]; }},                                     // 59
+    {0, [](const Blob& b) -> double { return b._f->_frame[0][1]; }},                                     // 60
+    {0, [](const Blob& b) -> double { return b._f->_frame[0][2]; }},                                     // 61
+    {0, [](const Blob& b) -> double { return b._f->_frame[1][0]; }},                                     // 62
+    {0, [](const Blob& b) -> double { return b._f->_frame[1][1]; }},                                     // 63
+    {0, [](const Blob& b) -> double { return b._f->_frame[1][2]; }},                                     // 64
+};
+
+// The routines in the order of their numbers, and the bits that say they ran.
+const Blob::Routine Blob::kRoutines[NUMFROUT] = {nullptr,       &Blob::Perims, &Blob::Radii,
+                                                 &Blob::RAngle, &Blob::LenWid, &Blob::RelBdry};
+
 void Blob::FeatRout(int routno) {
     if (!Check(routno > 0 && routno < NUMFROUT, "blob", __LINE__, "routno > 0 && routno < NUMFROUT")) return;
     if (_computed & kRoutineBit[routno]) return;
     const int pre = kRoutinePrerequisite[routno];
     if (pre != 0) FeatRout(pre);
-    switch (routno) {
-        case 1:
-            Perims();
-            break;
-        case 2:
-            Radii();
-            break;
-        case 3:
-            RAngle();
-            break;
-        case 4:
-            LenWid();
-            break;
-        case 5:
-            RelBdry();
-            break;
-        default:
-            break;
-    }
+    (this->*kRoutines[routno])();
     _computed |= static_cast<uint8_t>(kRoutineBit[routno]);
 }
 
 void Blob::PreGetFeat(int featno) {
-    const int routine = kFeatureRoutine[featno];
+    const int routine = kFeatures[featno].routine;
     if (routine != 0 && !(_computed & kRoutineBit[routine])) FeatRout(routine);
 }
 
@@ -327,250 +380,13 @@ double Blob::GetFeat(int featno) {
     if (!hasRes || _parent == nullptr || featno == BF_NONE || _f == nullptr) return 0.0;  // root: no parent
     EnsureDerived();
     PreGetFeat(featno);
-    switch (featno) {
-        case BF_COLOR:
-            return _color;
-        case BF_AREA:
-            return _area;
-        case BF_FILLED_AREA:
-            return _filledArea;
-        case BF_HOLES:
-            return _nHoles;
-        case BF_LEFT:
-            return _left;
-        case BF_RIGHT:
-            return _right;
-        case BF_TOP:
-            return _top;
-        case BF_BOTTOM:
-            return _bottom;
-        case BF_SUM_DX:
-            return _f->_sumDx;
-        case BF_SUM_DY:
-            return _f->_sumDy;
-        case BF_SUM_X:
-            return double(_sumX);
-        case BF_SUM_Y:
-            return double(_sumY);
-        case BF_XX:
-            return _xx.Value() / 12.0;
-        case BF_XY:
-            return _xy.Value() / 4.0;
-        case BF_YY:
-            return _yy.Value() / 12.0;
-        case BF_AREA_D:
-            return _f->_dArea;
-        case BF_CENTROID_X:
-            return ImageX();
-        case BF_CENTROID_Y:
-            return ImageY();
-        case BF_MINOR_AXIS:
-            return _f->_minor;
-        case BF_MAJOR_AXIS:
-            return _f->_major;
-        case BF_AXIS_ANGLE:
-            return _f->_angle;
-        case BF_PERIMETER:
-            return _f->_perimeter;
-        case BF_FILLED_AREA_D:
-            return _f->_dFilled;
-        case BF_AREA_FRACTION:
-            return _res->_pixelCount != 0 ? _area / double(_res->_pixelCount) : 0.0;
-        case BF_MIN_RADIUS:
-            return _f->_minRadius;
-        case BF_MAX_RADIUS:
-            return _f->_maxRadius;
-        case BF_MIN_RADIUS_ANGLE:
-            return _f->_minAngle;
-        case BF_MAX_RADIUS_ANGLE:
-            return _f->_maxAngle;
-        case BF_MEAN_RADIUS:
-            return _f->_meanRadius;
-        case BF_LENGTH:
-            return _f->_length;
-        case BF_WIDTH:
-            return _f->_width;
-        case BF_HOLE_AREA:
-            return _f->_holeArea;
-        case BF_AREA_OVER_FILLED:
-            return _f->_areaOverFilled;
-        case BF_AXIS_RATIO:
-            return _f->_axisRatio;
-        case BF_P2_OVER_AREA:
-            return _f->_p2OverArea;
-        case BF_RADIUS_RATIO:
-            return _f->_radiusRatio;
-        case BF_WIDTH_OVER_LENGTH:
-            return _f->_widthOverLength;
-        case BF_BOX_WIDTH:
-            return _f->_boxWidth;
-        case BF_BOX_HEIGHT:
-            return _f->_boxHeight;
-        case BF_BOX_AREA:
-            return _f->_boxArea;
-        case BF_FILLED_OVER_BOX:
-            return _f->_filledOverBox;
-        case BF_CENTROID_DISTANCE:
-            return _f->_centroidDistance;
-        case BF_COMPACTNESS:
-            return _f->_compactness;
-        case BF_RADIAL_ANGLE_DIFF:
-            return _f->_angleDiff;
-        case BF_LENBOX_OFFSET_ALONG:
-            return _f->_offAlong;
-        case BF_LENBOX_OFFSET_ACROSS:
-            return _f->_offAcross;
-        case BF_BOTTOM_END_X:
-            return _bottomX;
-        case BF_RIGHT_ROW:
-            return _rightRow;
-        case BF_TOP_X:
-            return _topX;
-        case BF_LEFT_ROW:
-            return _leftRow;
-        case BF_PARENT_LABEL:
-            return _parent->_label;
-        case BF_MEAN_GREY:
-            return _area != 0 ? double(_greySum) / _area : 0.0;
-        case BF_GREY_SUM:
-            return double(_greySum);
-        case BF_MIN_RADIUS_DX:
-            return _f->_minDx;
-        case BF_MIN_RADIUS_DY:
-            return _f->_minDy;
-        case BF_MAX_RADIUS_DX:
-            return _f->_maxDx;
-        case BF_MAX_RADIUS_DY:
-            return _f->_maxDy;
-        case BF_AXIS_FRAME_00:
-            return _f->_frame[0][0];
-        case BF_AXIS_FRAME_01:
-            return _f->_frame[0][1];
-        case BF_AXIS_FRAME_02:
-            return _f->_frame[0][2];
-        case BF_AXIS_FRAME_10:
-            return _f->_frame[1][0];
-        case BF_AXIS_FRAME_11:
-            return _f->_frame[1][1];
-        case BF_AXIS_FRAME_12:
-            return _f->_frame[1][2];
-        default:
-            return 0.0;
-    }
+    const FeatureEntry& feature = kFeatures[featno];
+    return feature.read != nullptr ? feature.read(*this) : 0.0;
 }
 
 void Blob::BoundingBox(Rect& r) const {
     const Point o = _res != nullptr ? _res->_origin : Point{};
     r = Rect{_left + o.x, _top + o.y, _right + o.x, _bottom + o.y};
-}
-
-// ---- Result
-// -------------------------------------------------------------------------------------------------
-BlobResult::BlobResult() : BlobResult(0, 1.0, 1.0) {}
-BlobResult::BlobResult(double scaleX, double scaleY) : BlobResult(0, scaleX, scaleY) {}
-BlobResult::BlobResult(int drawMode, double scaleX, double scaleY)
-    : _drawMode(drawMode),
-      _scaleX(scaleX),
-      _scaleY(scaleY),
-      _blobPool(GetBlobMaxPoolSize()),
-      _segPool(GetBlobMaxPoolSize()),
-      _bdryPool(GetBlobMaxPoolSize()) {}
-
-BlobResult::~BlobResult() = default;
-
-void BlobResult::CleanUp() {
-    _blobPool.Reset();
-    _segPool.Reset();
-    _bdryPool.Reset();
-    _root = _head = _largest = nullptr;
-    _nBlobs = 0;
-    _nextSeq = 0;
-    _error = BLOB_OK;
-    _list.clear();
-    _closed.clear();
-    _closedDeleted = 0;
-}
-
-Blob* BlobResult::ByLabel(int label) const {
-    if (label < 1 || label > static_cast<int>(_list.size())) return nullptr;
-    return _list[static_cast<size_t>(label - 1)];
-}
-
-void BlobResult::Dump(FILE* out) const {
-    if (out == nullptr) return;
-    for (size_t i = 0; i < _list.size(); ++i) {
-        const Blob* b = _list[i];
-        if (b->_Next != nullptr)
-            std::fprintf(out, "%-3d: blob: 0x%jx blob->_Next 0x%jx\n", static_cast<int>(i),
-                         static_cast<uintmax_t>(reinterpret_cast<uintptr_t>(b)),
-                         static_cast<uintmax_t>(reinterpret_cast<uintptr_t>(b->_Next)));
-        else
-            std::fprintf(out, "%-3d: blob: 0x%jx\n", static_cast<int>(i),
-                         static_cast<uintmax_t>(reinterpret_cast<uintptr_t>(b)));
-    }
-}
-
-// Labels the completed survivors in raster order of their first pixel (their smallest creation number),
-// links the result list, and relinks every child list in the same order.
-void BlobResult::BuildList() {
-    _list.clear();
-    _bySeq.assign(_nextSeq, nullptr);
-    size_t listed = 0;
-    for (const ClosedRegion& c : _closed) {
-        Blob* b = c.blob;
-        // A record deleted after it closed may have been reused by a later region: its number tells. Only
-        // looked at when such deletions happened (reading every record costs a cache miss each).
-        if (_closedDeleted != 0 && !(b->_inUse && b->_seq == c.seq && (b->_computed & BLOB_DONE_COMPLETION)))
-            continue;
-        if (c.seq < _bySeq.size()) {
-            _bySeq[c.seq] = b;
-            ++listed;
-        }
-    }
-    if (listed > _featureCapacity) {
-        const size_t capacity = std::max(listed, _featureCapacity + _featureCapacity / 2);
-        _features.reset(new (std::nothrow) BlobFeatures[capacity]);
-        _featureCapacity = _features ? capacity : 0;
-        if (!_features && _error == BLOB_OK) _error = BLOB_ERR_NO_MEMORY;
-    }
-    // Squeeze out the numbers of merged-away and deleted regions (a third of a noisy image's, in no
-    // predictable pattern) without a branch on each.
-    size_t survivors = 0;
-    for (Blob* b : _bySeq) {
-        _bySeq[survivors] = b;
-        survivors += b != nullptr;
-    }
-    _bySeq.resize(survivors);
-    // A parent always has a smaller number than its children, so each child list is emptied (when its
-    // owner is listed) before the first child is appended. After a failure a listed region may sit in an
-    // open one: those lists are emptied first.
-    if (_root != nullptr) _root->_child = _root->_lastChild = nullptr;
-    if (_error != BLOB_OK)
-        for (Blob* b : _bySeq) b->_parent->_child = b->_parent->_lastChild = nullptr;
-    // The records lie in pool order, not in creation order, and a noisy image's are long out of the cache:
-    // fetch far enough ahead for memory to answer in time (a few entries ahead was too late).
-    constexpr size_t kPrefetchAhead = 24;
-    for (size_t i = 0; i < _bySeq.size(); ++i) {
-        if (i + kPrefetchAhead < _bySeq.size())
-            __builtin_prefetch(&_bySeq[i + kPrefetchAhead]->_parent, 1);  // the tree fields' line
-        Blob* b = _bySeq[i];
-        b->_child = b->_lastChild = nullptr;
-        b->_f = _list.size() < _featureCapacity ? &_features[_list.size()] : nullptr;
-        b->_label = static_cast<int32_t>(_list.size()) + 1;
-        if (!_list.empty()) _list.back()->_Next = b;
-        b->_Next = nullptr;
-        _list.push_back(b);
-        Blob* p = b->_parent;
-        b->_sibling = nullptr;
-        b->_prevSibling = p->_lastChild;
-        if (p->_lastChild != nullptr)
-            p->_lastChild->_sibling = b;
-        else
-            p->_child = b;
-        p->_lastChild = b;
-    }
-    if (_root != nullptr) _root->_label = 0;
-    _nBlobs = static_cast<int32_t>(_list.size());
 }
 
 }  // namespace ombrel

@@ -6,6 +6,7 @@
 #include "ombrel/framework/event_logger.h"
 #include "ombrel/framework/factory.h"
 #include "ombrel/framework/geometry.h"
+#include "ombrel/framework/halvard_metadc.h"
 #include "ombrel/framework/hal.h"
 #include "ombrel/framework/isa.h"
 #include "ombrel/framework/region_clip.h"

@@ -44,6 +44,12 @@ class MaskAgent : public Agent {
     int BandHigh() const { return _bandHigh; }
     unsigned OpCode() const { return _opCode; }
     Buffer* DstBuf() const { return _dstBuf; }
+    // Re-aim a kept agent (an owning agent re-uses its mask agent between runs).
+    void SetBand(int low, int high) {
+        _bandLow = low;
+        _bandHigh = high;
+    }
+    void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
 
   protected:
     int32_t _bandLow = 1;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "ombrel/blob/halvard_metadc.h"
+#include "ombrel/framework/halvard_metadc.h"
 
 #include <algorithm>
 #include <cmath>

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ombrel/framework/buffer.h"
+#include "ombrel/framework/export.h"
 
 namespace ombrel {
 
@@ -37,7 +38,7 @@ struct MetaPen {
     int textScale = 1;
 };
 
-class HalvardMetaDC {
+class OMBREL_API HalvardMetaDC {
   public:
     enum class Op : uint8_t { MoveTo, LineTo, CrossAt, SelectObject, TextAt };
     struct Record {
