@@ -100,7 +100,7 @@ void WritePlotPng(const std::string& path, const Profiles& profiles) {
     for (int p = 0; p < panels; ++p) {
         for (int x = 0; x < width; ++x) {
             const int v = profiles.lines[p][x];
-            for (int r = 0; r < 256; ++r) plot->Row(p * 257 + r)[x] = 255 - r <= v ? 255 : 0;
+            for (int r = 0; r < 256; ++r) plot->Row(p * 257 + r)[x] = 255 - r < v ? 255 : 0;
         }
         if (p + 1 < panels) std::fill(plot->Row(p * 257 + 256), plot->Row(p * 257 + 256) + width, 128);
     }
