@@ -105,6 +105,36 @@ void RunBlob(Bytes& in) {
         for (int feature = 0; feature <= 65; ++feature) blob->GetFeat(feature);
 }
 
+void RunProject(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN), dst = Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    std::unique_ptr<ombrel::ProjectAgent> agent(ombrel::ProjectFact(
+        src.get(), in.Flag() ? dst.get() : nullptr, ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+        static_cast<ombrel::ProjectType>(in.Int(0, 2))));
+    if (!agent) return;
+    if (in.Flag()) agent->SetZoneSizeSpace(in.Int(-2, 60), in.Int(-2, 60));
+    agent->Go();
+}
+
+// A stream of frames of changing sizes and regions through one window.
+void RunFrameAverage(Bytes& in) {
+    auto dst = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    std::unique_ptr<ombrel::FrameAverageAgent> agent(ombrel::FrameAverageFact(
+        nullptr, dst.get(), in.Int(-2, 40), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi));
+    if (!agent) return;
+    for (int frame = in.Int(1, 12); frame > 0; --frame) {
+        auto src = Image(in, ombrel::EIGHT);
+        agent->SetSrcBuf(src.get());
+        if (in.Byte() % 8 == 0) agent->SetExtent(in.Int(-4, 60), in.Int(-4, 60));
+        if (in.Byte() % 16 == 0) agent->Setup(dst.get(), in.Int(-2, 40));
+        agent->Go();
+        agent->SetSrcBuf(nullptr);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -116,7 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     (void)quiet;
     Bytes in(data, size);
-    switch (in.Int(0, 3)) {
+    switch (in.Int(0, 5)) {
         case 0:
             RunArith(in);
             break;
@@ -125,6 +155,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         case 2:
             RunMask(in);
+            break;
+        case 3:
+            RunProject(in);
+            break;
+        case 4:
+            RunFrameAverage(in);
             break;
         default:
             RunBlob(in);

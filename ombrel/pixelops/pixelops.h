@@ -3,3 +3,5 @@
 #include "ombrel/pixelops/arith.h"
 #include "ombrel/pixelops/histogram.h"
 #include "ombrel/pixelops/mask.h"
+#include "ombrel/pixelops/project.h"
+#include "ombrel/pixelops/frame_average.h"

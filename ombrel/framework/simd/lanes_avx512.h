@@ -71,6 +71,30 @@ struct Avx512 {
     static uint64_t hsum64(T x) { return static_cast<uint64_t>(_mm512_reduce_add_epi64(x)); }
     // Bit i set when byte i of m is all ones (m a comparison result).
     static uint64_t bits8(T m) { return static_cast<uint64_t>(_mm512_movepi8_mask(m)); }
+    // Natural-order widening and narrowing (element i of the result comes from element i of the input, at
+    // every width), for bodies that keep per-pixel words in memory.
+    // N/2 bytes at p, zero-extended to 16-bit lanes.
+    static T load8to16(const uint8_t* p) {
+        return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+    }
+    // The lower / upper half of the 16-bit lanes, zero- or sign-extended to 32 bits.
+    static T widen16lo32(T x) { return _mm512_cvtepu16_epi32(_mm512_castsi512_si256(x)); }
+    static T widen16hi32(T x) { return _mm512_cvtepu16_epi32(_mm512_extracti64x4_epi64(x, 1)); }
+    static T widen16lo32s(T x) { return _mm512_cvtepi16_epi32(_mm512_castsi512_si256(x)); }
+    static T widen16hi32s(T x) { return _mm512_cvtepi16_epi32(_mm512_extracti64x4_epi64(x, 1)); }
+    static T sub32(T x, T y) { return _mm512_sub_epi32(x, y); }
+    static T srl32(T x, __m128i c) { return _mm512_srl_epi32(x, c); }
+    // Four vectors of 32-bit lanes holding 0..255, in order, to one vector of bytes in the same order.
+    static T narrow32to8(T a, T b, T c, T d) {
+        const __m256i lo = _mm256_set_m128i(_mm512_cvtepi32_epi8(b), _mm512_cvtepi32_epi8(a));
+        const __m256i hi = _mm256_set_m128i(_mm512_cvtepi32_epi8(d), _mm512_cvtepi32_epi8(c));
+        return _mm512_inserti64x4(_mm512_castsi256_si512(lo), hi, 1);
+    }
+    // Truncated quotient of 32-bit lanes by d through single precision: exact while the lanes are below
+    // 2^24 and d below 2^16 (the rounding error then stays under the distance to the next integer).
+    static T divtrunc32f(T x, float d) {
+        return _mm512_cvttps_epi32(_mm512_div_ps(_mm512_cvtepi32_ps(x), _mm512_set1_ps(d)));
+    }
 };
 
 }  // namespace

@@ -73,6 +73,28 @@ struct Sse2 {
     }
     // Bit i set when byte i of m is all ones (m a comparison result).
     static uint64_t bits8(T m) { return static_cast<uint32_t>(_mm_movemask_epi8(m)); }
+    // Natural-order widening and narrowing (element i of the result comes from element i of the input, at
+    // every width), for bodies that keep per-pixel words in memory.
+    // N/2 bytes at p, zero-extended to 16-bit lanes.
+    static T load8to16(const uint8_t* p) {
+        return _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128());
+    }
+    // The lower / upper half of the 16-bit lanes, zero- or sign-extended to 32 bits.
+    static T widen16lo32(T x) { return _mm_unpacklo_epi16(x, _mm_setzero_si128()); }
+    static T widen16hi32(T x) { return _mm_unpackhi_epi16(x, _mm_setzero_si128()); }
+    static T widen16lo32s(T x) { return _mm_srai_epi32(_mm_unpacklo_epi16(x, x), 16); }
+    static T widen16hi32s(T x) { return _mm_srai_epi32(_mm_unpackhi_epi16(x, x), 16); }
+    static T sub32(T x, T y) { return _mm_sub_epi32(x, y); }
+    static T srl32(T x, __m128i c) { return _mm_srl_epi32(x, c); }
+    // Four vectors of 32-bit lanes holding 0..255, in order, to one vector of bytes in the same order.
+    static T narrow32to8(T a, T b, T c, T d) {
+        return _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
+    }
+    // Truncated quotient of 32-bit lanes by d through single precision: exact while the lanes are below
+    // 2^24 and d below 2^16 (the rounding error then stays under the distance to the next integer).
+    static T divtrunc32f(T x, float d) {
+        return _mm_cvttps_epi32(_mm_div_ps(_mm_cvtepi32_ps(x), _mm_set1_ps(d)));
+    }
 };
 
 }  // namespace
