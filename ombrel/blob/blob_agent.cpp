@@ -281,11 +281,11 @@ void BlobAgent::Fail(int32_t status) {
 }
 
 int swBlobAgent::PreGo() {
-    OMBREL_ASSERT_HERE("swblob", _sRoi.Width() > _StepX);
-    if (!OMBREL_ASSERT_HERE("swblob", _pres)) return BLOB_ERR_NO_RESULT;
+    OMBREL_ASSERT_HERE("swblob", _sRoi.Width() > _StepX, "_sRoi.Width() > _StepX");
+    if (!OMBREL_ASSERT_HERE("swblob", _pres, "_pres")) return BLOB_ERR_NO_RESULT;
     _sx = _StepX;
     _sy = _StepY;
-    if (!OMBREL_ASSERT_HERE("swblob", (_StepX > 0) && (_StepY > 0))) {
+    if (!OMBREL_ASSERT_HERE("swblob", (_StepX > 0) && (_StepY > 0), "(_StepX > 0) && (_StepY > 0)")) {
         _sx = std::max(_sx, 1);
         _sy = std::max(_sy, 1);
     }
@@ -366,7 +366,7 @@ int swBlobAgent::CodeRow(const Buffer* buf, Point origin, const Rect& clip, int 
     const int cnt = clip.Width();
     _greyTail = 0;
     if (!emptyBand && row >= clip.top && row < clip.bottom && cnt >= _sx &&
-        OMBREL_ASSERT_HERE("swblob", cnt > 0)) {
+        OMBREL_ASSERT_HERE("swblob", cnt > 0, "cnt > 0")) {
         const uint8_t* p = buf->Row(origin.y + row) + origin.x + clip.left;
         if (_filterFlags & BLOB_FILTER_GREY)
             n = blobrle::CodeSpanGrey(p, cnt, clip.left, _sx, band, _trans.data(), _greys.data(), &_greyTail);
@@ -691,7 +691,8 @@ int swBlobAgent::PrepareMask() {
     if (!_pMaskedSrcBuf || _pMaskedSrcBuf->Width() != width || _pMaskedSrcBuf->Height() != _roiHeight) {
         _pMaskedSrcBuf.reset(new (std::nothrow) Buffer(width, _roiHeight, HOST_BANK, EIGHT, 0, 1));
     }
-    if (!OMBREL_ASSERT_HERE("swblob", _pMaskedSrcBuf && _pMaskedSrcBuf->BaseAddr())) {
+    if (!OMBREL_ASSERT_HERE("swblob", _pMaskedSrcBuf && _pMaskedSrcBuf->BaseAddr(),
+                            "_pMaskedSrcBuf && _pMaskedSrcBuf->BaseAddr()")) {
         _pMaskedSrcBuf.reset();
         return Stop(BLOB_ERR_NO_MEMORY);
     }

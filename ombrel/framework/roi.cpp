@@ -88,7 +88,8 @@ void ROI::SetMaskbits(const Buffer* newbits, bool copy) {
         _ownsMask = false;
         return;
     }
-    OMBREL_ASSERT(kModule, 108, (newbits->BitsPerPixel() == ONE) || (newbits->BitsPerPixel() == EIGHT));
+    OMBREL_ASSERT(kModule, 108, (newbits->BitsPerPixel() == ONE) || (newbits->BitsPerPixel() == EIGHT),
+                  "(newbits->BitsPerPixel() == ONE) || (newbits->BitsPerPixel() == EIGHT)");
     if (newbits == _maskbits && _ownsMask) {
         UpdateScans();  // already our own copy: keep owning it
         return;
@@ -113,7 +114,7 @@ void ROI::SetSwMask(Buffer* newbits, bool noScan) {
     _maskbits = newbits;
     _ownsMask = false;
     if (newbits == nullptr || noScan) return;
-    OMBREL_ASSERT(kModule, 137, newbits->BitsPerPixel() == ONE);
+    OMBREL_ASSERT(kModule, 137, newbits->BitsPerPixel() == ONE, "newbits->BitsPerPixel() == ONE");
     UpdateScans();
 }
 
@@ -150,7 +151,7 @@ void ROI::SetMonstMasks(Buffer* buf0, Buffer* buf1) {
         return;
     }
     if (buf0 == nullptr || buf1 == nullptr) return;  // exactly one given: deliberately nothing changes
-    OMBREL_ASSERT(kModule, 159, buf0->Bank() != buf1->Bank());
+    OMBREL_ASSERT(kModule, 159, buf0->Bank() != buf1->Bank(), "buf0->Bank() != buf1->Bank()");
     // Each mask goes to the slot of its own bank; a host bank has no slot.
     for (Buffer* mask : {buf0, buf1}) {
         if (mask->Bank() == BANK_0 || mask->Bank() == BANK_1) _monstMasks[mask->Bank()] = mask;
@@ -185,10 +186,11 @@ void ROI::UpdateScans() {
         int inx = 0;
         ForEachRun(row, width, [&](int start, int len) {
             if (inx > 0)
-                OMBREL_ASSERT(kModule, 284, scanlist[inx - 1].Start() + scanlist[inx - 1].Len() < start);
+                OMBREL_ASSERT(kModule, 284, scanlist[inx - 1].Start() + scanlist[inx - 1].Len() < start,
+                              "scanlist[inx-1].Start() + scanlist[inx-1].Len() < start");
             scanlist[inx++] = ROIScan(start, len);
         });
-        OMBREL_ASSERT(kModule, 289, inx == rowsc->SegCnt());
+        OMBREL_ASSERT(kModule, 289, inx == rowsc->SegCnt(), "inx == rowsc->SegCnt()");
     }
 }
 

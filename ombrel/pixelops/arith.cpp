@@ -100,12 +100,12 @@ ArithAgent::ArithAgent(Buffer* srcA, Buffer* srcB, ArithOp op, double gain, int 
 ArithAgent::~ArithAgent() = default;
 
 void ArithAgent::Setup(Buffer* srcA, Buffer* dest, ArithOp op, double gain, int offset, Buffer* srcB) {
-    OMBREL_ASSERT("arith", 224, srcA != NULL);
-    OMBREL_ASSERT("arith", 226, dest != NULL);
+    OMBREL_ASSERT("arith", 224, srcA != nullptr, "srcA != NULL");
+    OMBREL_ASSERT("arith", 226, dest != nullptr, "dest != NULL");
     Check(srcA == nullptr || dest == nullptr || srcA->BitsPerPixel() == dest->BitsPerPixel(), "arith", 227,
           "srcA->BitsPerPixel() == dest->BitsPerPixel()");
     if (op >= kFirstBinaryArithOp) {
-        OMBREL_ASSERT("arith", 229, srcB != NULL);
+        OMBREL_ASSERT("arith", 229, srcB != nullptr, "srcB != NULL");
         Check(srcA == nullptr || srcB == nullptr || srcA->BitsPerPixel() == srcB->BitsPerPixel(), "arith",
               230, "srcA->BitsPerPixel() == srcB->BitsPerPixel()");
     }
@@ -127,7 +127,8 @@ void ArithAgent::Setup(Buffer* srcA, Buffer* dest, ArithOp op, double gain, int 
 void ArithAgent::SetNorm(double gain, int offset) {
     mGain = gain;
     mOffset = offset;
-    OMBREL_ASSERT("arith", 313, DBLT_N_256 <= mGain && mGain <= DBLT_255);
+    OMBREL_ASSERT("arith", 313, DBLT_N_256 <= mGain && mGain <= DBLT_255,
+                  "DBLT_N_256 <= mGain && mGain <= DBLT_255");
     Check(-(256 * 255 + 256) <= mOffset && mOffset <= (256 * 256 + 255), "arith", 314,
           "-(256*255+256) <= mOffset && mOffset <= (256*256+255)");
     const double g = std::isfinite(gain) ? std::clamp(gain, DBLT_N_256, DBLT_255) : 0.0;
@@ -181,7 +182,7 @@ void ArithAgent::SetBand(int low, int high) {
 }
 
 void ArithAgent::SetCornerB(int x, int y) {
-    OMBREL_ASSERT("arith", 280, (x & 3) == 0);
+    OMBREL_ASSERT("arith", 280, (x & 3) == 0, "(x & 3) == 0");
     const bool fits = mSrcB != nullptr && int64_t{x} + _sRoi.Width() <= mSrcB->Width() &&
                       int64_t{y} + _sRoi.Height() <= mSrcB->Height();
     Check(fits, "arith", 282, "x + _sRoi.Width() <= mSrcB->Width() && y + _sRoi.Height() <= mSrcB->Height()");
@@ -189,7 +190,7 @@ void ArithAgent::SetCornerB(int x, int y) {
 }
 
 void ArithAgent::SetCornerB(Point cornerB) {
-    OMBREL_ASSERT_HERE("arith", (cornerB.x & 3) == 0);
+    OMBREL_ASSERT_HERE("arith", (cornerB.x & 3) == 0, "(cornerB.x & 3) == 0");
     const bool fits = mSrcB != nullptr && int64_t{cornerB.x} + _sRoi.Width() <= mSrcB->Width() &&
                       int64_t{cornerB.y} + _sRoi.Height() <= mSrcB->Height();
     Check(fits, "arith", __LINE__,
@@ -234,7 +235,6 @@ int swArithAgent::ProcessOp() {
     if (mOpCode == _ARITH_MULT) return MultiplyBuffers();
     if (mOpCode < 0 || mOpCode >= _ARITH_MULT) return kArithBadOp;
     const bool needB = mOpCode >= kFirstBinaryArithOp;
-    // Spelled out: NULL would be expanded before a nested macro could quote it.
     if (needB) Check(mSrcB != nullptr, "arith", __LINE__, "mSrcB != NULL");
     if (!BuffersUsable(needB)) return kArithNoImage;
 
@@ -338,7 +338,7 @@ namespace {
 
 template <class... Region>
 ArithAgent* MakeArith(Buffer* srcA, Buffer* srcB, Buffer* dest, Region&&... regionAndArgs) {
-    OMBREL_ASSERT("lfarith", 34, srcA && dest);
+    OMBREL_ASSERT("lfarith", 34, srcA && dest, "srcA && dest");
     return MakeAgent<swArithAgent>({{srcA, HostTypes::Any}, {srcB, HostTypes::Any}, {dest, HostTypes::Any}},
                                    std::forward<Region>(regionAndArgs)...);
 }
