@@ -35,6 +35,8 @@ int32_t SaturateToInt32(double v) {
 }
 
 // The multiplier and shift whose quotient m / 2^s is nearest the gain; on equal errors the smaller shift.
+// A gain whose first multiplier already leaves -256 < m < 255 keeps shift 0 and becomes that multiplier, so
+// out-of-range gains stay exact integers (saturated to 32 bits; NaN gives 0).
 void GainToMultiplier(double gain, int32_t* mult, int32_t* shift) {
     *shift = 0;
     if (gain == 1.0 || gain == 0.0 || gain == -256.0) {
@@ -51,7 +53,7 @@ void GainToMultiplier(double gain, int32_t* mult, int32_t* shift) {
             *shift = s;
         }
     }
-    *mult = static_cast<int32_t>(std::round(gain * (1 << *shift)));
+    *mult = SaturateToInt32(std::round(gain * (1 << *shift)));
 }
 
 bool Usable(const Buffer* buffer) {
@@ -131,15 +133,16 @@ void ArithAgent::SetNorm(double gain, int offset) {
                   "DBLT_N_256 <= mGain && mGain <= DBLT_255");
     Check(-(256 * 255 + 256) <= mOffset && mOffset <= (256 * 256 + 255), "arith", 314,
           "-(256*255+256) <= mOffset && mOffset <= (256*256+255)");
-    const double g = std::isfinite(gain) ? std::clamp(gain, DBLT_N_256, DBLT_255) : 0.0;
-    GainToMultiplier(g, &mGainMult, &mGainShift);
-    if ((offset >= -256 && offset <= 255) || g == 0.0) {
+    // The search and the split run on the gain as given, in range or not: the assertion has reported it.
+    GainToMultiplier(gain, &mGainMult, &mGainShift);
+    if ((offset >= -256 && offset <= 255) || gain == 0.0 || std::isnan(gain)) {
         mPreOffset = 0;
         mPostOffset = offset;  // a zero gain has no "before": the whole offset comes after it
         return;
     }
-    mPreOffset = SaturateToInt32(std::trunc(offset / g));
-    mPostOffset = SaturateToInt32(std::trunc(offset - mPreOffset * g));
+    mPreOffset = SaturateToInt32(std::trunc(offset / gain));
+    const double applied = mPreOffset == 0 ? 0.0 : mPreOffset * gain;  // 0 x infinity would be NaN
+    mPostOffset = SaturateToInt32(std::trunc(offset - applied));
 }
 
 void ArithAgent::SetSignClip(ArithSign signA, ArithSign signB, ArithSign signDest, bool clip, bool flag) {

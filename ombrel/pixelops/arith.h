@@ -130,8 +130,10 @@ class ArithAgent : public Agent {
     virtual int ProcessOp() = 0;
     int Go() override;
 
-    // gain in -256..255 and offset in -65536..65791. Out of range is reported; the offset is then used as
-    // given and the gain limited to the range for its integer form (a non-finite gain gives multiplier 0).
+    // gain in -256..255 and offset in -65536..65791. Out of range is reported, and both are then used as
+    // given: a gain of 255 or more (or -256 or less) becomes multiplier round(gain) with shift 0, so
+    // SetNorm(300, 0) multiplies by 300 and SetNorm(-300, 1000) gives pre-offset -3 and post-offset 100.
+    // Multipliers saturate to 32 bits and a NaN gain gives multiplier 0; every path stays exact for them.
     void SetNorm(double gain, int offset);
     // Refused, with a note, for the operations whose sign and clipping are fixed. A signed destination
     // always ends with the clip flag off; ADD and DIFF on an unsigned destination always end with the second
