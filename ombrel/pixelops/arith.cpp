@@ -342,8 +342,9 @@ namespace {
 template <class... Region>
 ArithAgent* MakeArith(Buffer* srcA, Buffer* srcB, Buffer* dest, Region&&... regionAndArgs) {
     OMBREL_ASSERT("lfarith", 34, srcA && dest, "srcA && dest");
-    return MakeAgent<swArithAgent>({{srcA, HostTypes::Any}, {srcB, HostTypes::Any}, {dest, HostTypes::Any}},
-                                   std::forward<Region>(regionAndArgs)...);
+    return MakeAgent<swArithAgent>(
+        {{srcA, HostTypes::Any}, {srcB, HostTypes::Any, Presence::Optional}, {dest, HostTypes::Any}},
+        std::forward<Region>(regionAndArgs)...);
 }
 
 }  // namespace

@@ -206,8 +206,8 @@ class swArithAgent : public ArithAgent {
 };
 
 // Factories: the software agent when every buffer given is a host buffer (either host type), null when
-// board buffers are given (no board back end in this build) or for a mix. srcB may be null for the unary
-// operations.
+// board buffers are given (no board back end in this build), for a mix, or when srcA or dest is null. srcB
+// may be null (it is optional here; a binary operation without it reports and fails in Go).
 ArithAgent* ArithFact(Buffer* srcA, Buffer* srcB, ArithOp op, float gain, int offset, Buffer* dest);
 ArithAgent* ArithFact(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, float gain, int offset, Buffer* dest);
 ArithAgent* ArithFact(Buffer* srcA, const Point& p, const ROI& roi, Buffer* srcB, ArithOp op, float gain,
