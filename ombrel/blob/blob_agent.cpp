@@ -71,11 +71,11 @@ void BlobAgent::Fail(int32_t status) {
 }
 
 int swBlobAgent::PreGo() {
-    OMBREL_ASSERT_HERE("swblob", _sRoi.Width() > _StepX);
-    if (!OMBREL_ASSERT_HERE("swblob", _pres)) return BLOB_ERR_NO_RESULT;
+    OMBREL_ASSERT_HERE("swblob", _sRoi.Width() > _StepX, "_sRoi.Width() > _StepX");
+    if (!OMBREL_ASSERT_HERE("swblob", _pres, "_pres")) return BLOB_ERR_NO_RESULT;
     _sx = _StepX;
     _sy = _StepY;
-    if (!OMBREL_ASSERT_HERE("swblob", (_StepX > 0) && (_StepY > 0))) {
+    if (!OMBREL_ASSERT_HERE("swblob", (_StepX > 0) && (_StepY > 0), "(_StepX > 0) && (_StepY > 0)")) {
         _sx = std::max(_sx, 1);
         _sy = std::max(_sy, 1);
     }
@@ -161,7 +161,8 @@ int swBlobAgent::PrepareMask() {
     if (!_pMaskedSrcBuf || _pMaskedSrcBuf->Width() != width || _pMaskedSrcBuf->Height() != _roiHeight) {
         _pMaskedSrcBuf.reset(new (std::nothrow) Buffer(width, _roiHeight, HOST_BANK, EIGHT, 0, 1));
     }
-    if (!OMBREL_ASSERT_HERE("swblob", _pMaskedSrcBuf && _pMaskedSrcBuf->BaseAddr())) {
+    if (!OMBREL_ASSERT_HERE("swblob", _pMaskedSrcBuf && _pMaskedSrcBuf->BaseAddr(),
+                            "_pMaskedSrcBuf && _pMaskedSrcBuf->BaseAddr()")) {
         _pMaskedSrcBuf.reset();
         return Stop(BLOB_ERR_NO_MEMORY);
     }

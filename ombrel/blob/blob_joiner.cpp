@@ -47,7 +47,7 @@ int swBlobAgent::CodeRow(const Buffer* buf, Point origin, const Rect& clip, int 
 // sampling from the span's own start; a span shorter than the step is skipped. Every span starts and ends in
 // the background, so the spans' lists join into one.
 int swBlobAgent::CodeRowSpan(const uint8_t* line, int x, int cnt, int n, blobrle::Band band) {
-    if (cnt < _sx || !OMBREL_ASSERT_HERE("swblob", cnt > 0)) return n;
+    if (cnt < _sx || !OMBREL_ASSERT_HERE("swblob", cnt > 0, "cnt > 0")) return n;
     const uint8_t* p = line + x;
     if (_filterFlags & BLOB_FILTER_GREY) {
         int32_t tail = 0;

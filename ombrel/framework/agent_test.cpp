@@ -90,7 +90,13 @@ TEST(Factory, HostBuffersGiveSoftwareBoardGivesNullOnceNotedAndMixesGiveNull) {
     Buffer board(nullptr, MONSTER_ALLOC_DEFAULT, BANK_0, 8, 8, EIGHT);
     EXPECT_EQ(ChooseImplementation({{&host}, {&wrapped}}), Implementation::Software);
     EXPECT_EQ(ChooseImplementation({{&host}, {&wrapped, HostTypes::OwnedOnly}}), Implementation::None);
-    EXPECT_EQ(ChooseImplementation({{&host}, {nullptr}}), Implementation::Software);
+    // A missing buffer is no host buffer: only one the family declares optional may be left out.
+    EXPECT_EQ(ChooseImplementation({{&host}, {nullptr}}), Implementation::None);
+    EXPECT_EQ(ChooseImplementation({{nullptr}}), Implementation::None);
+    EXPECT_EQ(ChooseImplementation({{&host}, {nullptr, HostTypes::Any, Presence::Optional}}),
+              Implementation::Software);
+    EXPECT_EQ(ChooseImplementation({{&board}, {nullptr, HostTypes::Any, Presence::Optional}}),
+              Implementation::Board);
     EXPECT_EQ(ChooseImplementation({{&board}, {&board}}), Implementation::Board);
     EXPECT_EQ(ChooseImplementation({{&host}, {&board}}), Implementation::None);
 

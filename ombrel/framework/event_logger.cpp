@@ -34,13 +34,13 @@ int32_t EventLogger::NumEntries() {
 
 LogEntry& EventLogger::Front() {
     std::lock_guard lock(_mutex);
-    if (!OMBREL_ASSERT_HERE("eventlogger", !_log.empty())) return _blank = LogEntry{};
+    if (!OMBREL_ASSERT_HERE("eventlogger", !_log.empty(), "!_log.empty()")) return _blank = LogEntry{};
     return *_log.front();
 }
 
 LogEntry& EventLogger::Back() {
     std::lock_guard lock(_mutex);
-    if (!OMBREL_ASSERT_HERE("eventlogger", !_log.empty())) return _blank = LogEntry{};
+    if (!OMBREL_ASSERT_HERE("eventlogger", !_log.empty(), "!_log.empty()")) return _blank = LogEntry{};
     return *_log.back();
 }
 

@@ -19,7 +19,10 @@ Implementation ChooseImplementation(std::initializer_list<BufferArg> buffers) {
     bool allHost = true;
     bool allBoard = true;
     for (const BufferArg& arg : buffers) {
-        if (arg.buffer == nullptr) continue;
+        if (arg.buffer == nullptr) {
+            if (arg.presence == Presence::Required) return Implementation::None;
+            continue;
+        }
         allHost = allHost && IsAcceptedHost(*arg.buffer, arg.accepted);
         allBoard = allBoard && arg.buffer->Type() == MONSTER_BUFFER;
     }

@@ -3,8 +3,10 @@
 //   all host buffers (of the types the family accepts in that role)  -> the software agent;
 //   all board buffers                                                 -> the board agent;
 //   a mix, or a type the role does not accept                         -> null.
-// Null buffers (an optional source B, or a pointer already reported by the family's assertion) take no
-// part in the choice. No board back end is built in yet: a board choice returns null and says so once.
+// A null buffer is neither a host nor a board buffer, so a family given null for a buffer it needs returns
+// null (after its own assertion has reported it): no agent is made that could only fail. Only a buffer the
+// family declares optional (source B of the arithmetic factory) may be null; it then takes no part in the
+// choice. No board back end is built in yet: a board choice returns null and says so once.
 // Allocation failure, in the agent or anything it builds, returns null; nothing throws out of a factory.
 #pragma once
 #include <initializer_list>
@@ -19,9 +21,12 @@ namespace ombrel {
 // Which host buffer types a family accepts for a buffer argument.
 enum class HostTypes { Any, OwnedOnly };
 
+enum class Presence { Required, Optional };
+
 struct BufferArg {
     const Buffer* buffer;
     HostTypes accepted = HostTypes::Any;
+    Presence presence = Presence::Required;
 };
 
 enum class Implementation { Software, Board, None };

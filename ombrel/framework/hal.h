@@ -77,8 +77,10 @@ int64_t RCSStringToNumber(const char* revision);
 
 }  // namespace ombrel
 
-// Reports the literal text of `condition` under `module` and `line` when it does not hold.
-#define OMBREL_ASSERT(module, line, condition) \
-    ::ombrel::Check(static_cast<bool>(condition), (module), (line), #condition)
+// Reports `text` under `module` and `line` when `condition` does not hold. The text is the system's own
+// wording of the condition and is written out as a string literal of its own (the empty literal in front
+// refuses anything else): a stringized condition would change whenever a formatter re-spaced the code.
+#define OMBREL_ASSERT(module, line, condition, text) \
+    ::ombrel::Check(static_cast<bool>(condition), (module), (line), "" text)
 // As OMBREL_ASSERT, where no line is prescribed: the real source line is reported.
-#define OMBREL_ASSERT_HERE(module, condition) OMBREL_ASSERT(module, __LINE__, condition)
+#define OMBREL_ASSERT_HERE(module, condition, text) OMBREL_ASSERT(module, __LINE__, condition, text)

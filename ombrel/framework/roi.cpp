@@ -41,7 +41,7 @@ ROI::ROI(const ROI* other, bool copy) {
     if (other == nullptr) return;
     _width = other->_width;
     _height = other->_height;
-    SetMaskbits(other->GetMaskbits(), copy);
+    TakeMaskOf(*other, copy);
     _monstMasks[0] = other->_monstMasks[0];
     _monstMasks[1] = other->_monstMasks[1];
 }
@@ -52,21 +52,32 @@ ROI::ROI(const ROI& other) {
 
 ROI& ROI::operator=(const ROI& other) {
     if (this == &other) return *this;
-    DeleteMaskbits();
-    _maskbits = nullptr;  // a caller's mask is dropped too, so no stale pointer outlives the scans
-    _ownsMask = false;
+    DeleteMaskbits();  // a caller's mask stays referred to (detached) until the next mask replaces it
     _width = other._width;
     _height = other._height;
-    SetMaskbits(other._maskbits, other._ownsMask);
+    TakeMaskOf(other, other._ownsMask);
     _monstMasks[0] = other._monstMasks[0];
     _monstMasks[1] = other._monstMasks[1];
     return *this;
+}
+
+// A detached mask of `other` may have been freed by its owner since: its pointer is passed on as it is,
+// detached here too, and its pixels are never read. Any other mask goes through SetMaskbits.
+void ROI::TakeMaskOf(const ROI& other, bool copy) {
+    if (!other._maskDetached) {
+        SetMaskbits(other._maskbits, copy);
+        return;
+    }
+    DeleteMaskbits();  // after it this region owns no mask, so nothing can leak
+    _maskbits = other._maskbits;
+    _maskDetached = true;
 }
 
 ROI::~ROI() {
     DeleteMaskbits();
     _maskbits = nullptr;
     _ownsMask = false;
+    _maskDetached = false;
     _monstMasks[0] = _monstMasks[1] = nullptr;
 }
 
@@ -83,16 +94,14 @@ void ROI::SetExtent(int width, int height) {
 
 void ROI::SetMaskbits(const Buffer* newbits, bool copy) {
     if (newbits != _maskbits) DeleteMaskbits();
-    if (newbits == nullptr) {
-        _maskbits = nullptr;
-        _ownsMask = false;
-        return;
-    }
-    OMBREL_ASSERT(kModule, 108, (newbits->BitsPerPixel() == ONE) || (newbits->BitsPerPixel() == EIGHT));
+    if (newbits == nullptr) return;  // a caller's mask pointer is kept, detached, with the extent
+    OMBREL_ASSERT(kModule, 108, (newbits->BitsPerPixel() == ONE) || (newbits->BitsPerPixel() == EIGHT),
+                  "(newbits->BitsPerPixel() == ONE) || (newbits->BitsPerPixel() == EIGHT)");
     if (newbits == _maskbits && _ownsMask) {
         UpdateScans();  // already our own copy: keep owning it
         return;
     }
+    _maskDetached = false;  // the caller hands this mask in now: it is alive
     if (!copy && newbits->BitsPerPixel() != EIGHT) {
         _maskbits = const_cast<Buffer*>(newbits);
         _ownsMask = false;
@@ -112,8 +121,9 @@ void ROI::SetSwMask(Buffer* newbits, bool noScan) {
     DeleteMaskbits();
     _maskbits = newbits;
     _ownsMask = false;
+    _maskDetached = false;
     if (newbits == nullptr || noScan) return;
-    OMBREL_ASSERT(kModule, 137, newbits->BitsPerPixel() == ONE);
+    OMBREL_ASSERT(kModule, 137, newbits->BitsPerPixel() == ONE, "newbits->BitsPerPixel() == ONE");
     UpdateScans();
 }
 
@@ -123,6 +133,8 @@ void ROI::DeleteMaskbits() {
         _maskbits = nullptr;
         _ownsMask = false;
     }
+    // A caller's mask is neither deleted nor forgotten; without its scans it no longer shapes the region.
+    _maskDetached = _maskbits != nullptr;
     FreeScans();
 }
 
@@ -150,7 +162,7 @@ void ROI::SetMonstMasks(Buffer* buf0, Buffer* buf1) {
         return;
     }
     if (buf0 == nullptr || buf1 == nullptr) return;  // exactly one given: deliberately nothing changes
-    OMBREL_ASSERT(kModule, 159, buf0->Bank() != buf1->Bank());
+    OMBREL_ASSERT(kModule, 159, buf0->Bank() != buf1->Bank(), "buf0->Bank() != buf1->Bank()");
     // Each mask goes to the slot of its own bank; a host bank has no slot.
     for (Buffer* mask : {buf0, buf1}) {
         if (mask->Bank() == BANK_0 || mask->Bank() == BANK_1) _monstMasks[mask->Bank()] = mask;
@@ -185,10 +197,11 @@ void ROI::UpdateScans() {
         int inx = 0;
         ForEachRun(row, width, [&](int start, int len) {
             if (inx > 0)
-                OMBREL_ASSERT(kModule, 284, scanlist[inx - 1].Start() + scanlist[inx - 1].Len() < start);
+                OMBREL_ASSERT(kModule, 284, scanlist[inx - 1].Start() + scanlist[inx - 1].Len() < start,
+                              "scanlist[inx-1].Start() + scanlist[inx-1].Len() < start");
             scanlist[inx++] = ROIScan(start, len);
         });
-        OMBREL_ASSERT(kModule, 289, inx == rowsc->SegCnt());
+        OMBREL_ASSERT(kModule, 289, inx == rowsc->SegCnt(), "inx == rowsc->SegCnt()");
     }
 }
 

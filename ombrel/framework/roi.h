@@ -72,8 +72,18 @@ class ROI {
     bool OwnsMask() const { return _ownsMask; }
     // Takes `newbits` as the mask: a one-bit mask the caller keeps is referred to; an 8-bit mask (any
     // non-zero byte selects the pixel) or a requested copy is copied into a one-bit mask the region owns.
+    // A null `newbits` frees the scans and an owned mask, and stops: a caller's mask pointer is kept.
     void SetMaskbits(const Buffer* newbits, bool copy);
+    // A null `newbits` clears the mask pointer, whoever owns the mask.
     void SetSwMask(Buffer* newbits, bool noScan);
+    // Deletes an owned mask and clears its pointer; a caller's mask is neither deleted nor cleared. Either
+    // way the scans are freed and the region is rectangular again.
+    //
+    // A caller's mask pointer kept that way (after DeleteMaskbits, SetMaskbits(nullptr, ...) or assigning
+    // a region over this one) is detached: GetMaskbits() still returns it, but the caller may free that
+    // buffer at any time, so the library never reads it again. Copying or assigning such a region passes
+    // the pointer on, detached, instead of building scans from it; handing the same buffer in again through
+    // SetMaskbits or SetSwMask attaches it anew.
     void DeleteMaskbits();
 
     Buffer* GetMonstMask(BankType bank) const;
@@ -88,6 +98,7 @@ class ROI {
   private:
     void UpdateScans();
     void FreeScans();
+    void TakeMaskOf(const ROI& other, bool copy);
 
     int32_t _height = 0;
     int32_t _scanRows = 0;
@@ -96,6 +107,7 @@ class ROI {
     Buffer* _maskbits = nullptr;
     bool _ownsMask = false;
     Buffer* _monstMasks[2] = {nullptr, nullptr};
+    bool _maskDetached = false;  // _maskbits is a caller's mask the region no longer reads (see above)
 };
 
 // A cursor over the rows of a region placed on an 8-bit image, one byte per pixel.

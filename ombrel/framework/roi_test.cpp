@@ -101,10 +101,58 @@ TEST(ROI, EightBitOrRequestedCopiesAreOwnedAndAssignmentCopiesOnlyOwnedMasks) {
     EXPECT_TRUE(copied.OwnsMask());
     EXPECT_NE(copied.GetMaskbits(), bits.get());
 
-    third = ROI(7, 2);  // assigning a rectangle drops the reference and the scans
-    EXPECT_EQ(third.GetMaskbits(), nullptr);
+    third = ROI(7, 2);  // assigning a rectangle drops the scans; a caller's mask is not the region's to clear
+    EXPECT_EQ(third.GetMaskbits(), bits.get());
     EXPECT_FALSE(third.IsMasked());
+    EXPECT_FALSE(third.OwnsMask());
     EXPECT_EQ(third.Width(), 7);
+}
+
+// A caller's mask that a region stopped using stays referred to, but the region never reads it again: the
+// caller may change or free it. Copies pass the pointer on without building scans from it.
+TEST(ROI, ACallersMaskIsKeptButNeverReadOnceTheRegionLetsGoOfIt) {
+    auto bits = MaskFrom({"#...", ".#.."});
+    ROI r(bits.get());
+    r.SetMaskbits(nullptr, false);  // stops at the null: scans freed, pointer and extent kept
+    EXPECT_EQ(r.GetMaskbits(), bits.get());
+    EXPECT_FALSE(r.IsMasked());
+    EXPECT_EQ(r.Width(), 4);
+    EXPECT_EQ(r.Height(), 2);
+    ROI deleted(bits.get());
+    deleted.DeleteMaskbits();
+    EXPECT_EQ(deleted.GetMaskbits(), bits.get());
+    EXPECT_EQ(deleted.ScanRows(), 0);
+
+    // Were the mask read again, this change would show up as scans in the copies below.
+    bits->Row(0)[0] = bits->Row(1)[0] = 0xF0;
+    ROI assigned(9, 9);
+    assigned = r;
+    ROI copied(&r, true);
+    ROI constructed(r);
+    for (const ROI* region : {&assigned, &copied, &constructed}) {
+        EXPECT_EQ(region->GetMaskbits(), bits.get());
+        EXPECT_FALSE(region->IsMasked());
+        EXPECT_FALSE(region->OwnsMask());
+        EXPECT_EQ(region->Width(), 4);
+    }
+    Buffer image(8, 8, EIGHT);
+    EXPECT_EQ(Walk(&image, Point{1, 1}, &assigned), (std::vector<std::string>{"1:1+4", "2:1+4"}));
+
+    // Handing the same buffer in again attaches it anew and reads it as it is now.
+    assigned.SetMaskbits(bits.get(), false);
+    ASSERT_TRUE(assigned.IsMasked());
+    EXPECT_EQ(assigned.GetScans()[1].scans[0].Len(), 4);
+
+    // Freed by its owner: copying and assigning the regions that still hold the pointer stays safe.
+    const Buffer* gone = bits.get();
+    bits.reset();
+    assigned.SetSwMask(nullptr, false);
+    EXPECT_EQ(assigned.GetSwMask(), nullptr) << "SetSwMask(nullptr) clears the pointer";
+    ROI again;
+    again = constructed;
+    ROI(&again, false);
+    EXPECT_EQ(again.GetMaskbits(), gone);
+    EXPECT_FALSE(again.IsMasked());
 }
 
 TEST(ROI, SetMonstMasksStoresByBankAndIgnoresASingleNull) {

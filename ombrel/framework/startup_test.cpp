@@ -71,6 +71,43 @@ TEST_F(MachineConfig, MissingFileSectionOrValueAndOverlongDataLeaveItOff) {
     EXPECT_FALSE(FineGrid());
 }
 
+// InitInstance turns the flag on when the value is present and never turns it off again.
+TEST_F(MachineConfig, InitInstanceSetsTheFineGridFlagFromTheConfiguration) {
+    if (UseFineGridCorrelation() != 0)
+        GTEST_SKIP() << "this machine's own configuration switched it on at load";
+    Write("[HKEY_LOCAL_MACHINE\\Software\\Other]\nUseFineGridCorrelation=1\n");
+    EXPECT_EQ(TheOmbrelApp().InitInstance(), 1);
+    EXPECT_EQ(UseFineGridCorrelation(), 0) << "a value under another key does not count";
+    Write("[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\nUseFineGridCorrelation=0\n");
+    EXPECT_EQ(TheOmbrelApp().InitInstance(), 1);
+    EXPECT_EQ(UseFineGridCorrelation(), 1) << "present, even holding 0: on";
+    setenv("OMBREL_MACHINE_CONFIG", "/nonexistent/ombrel.conf", 1);
+    EXPECT_EQ(TheOmbrelApp().InitInstance(), 1);
+    EXPECT_EQ(UseFineGridCorrelation(), 1);
+}
+
+// Loading the library runs InitInstance: this test runs itself again in a new process whose configuration
+// is set before the library is loaded, and that process checks the flag before anything else touches it.
+TEST_F(MachineConfig, LoadingTheLibraryReadsTheSetting) {
+    if (const char* expected = std::getenv("OMBREL_STARTUP_EXPECT_FINE_GRID")) {
+        EXPECT_EQ(UseFineGridCorrelation(), std::atoi(expected));
+        return;
+    }
+    char self[4096] = {};
+    ASSERT_GT(readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
+    const auto childSees = [&](const std::string& config, int expected) {
+        Write(config);  // also names the file in OMBREL_MACHINE_CONFIG, which the child inherits
+        const std::string command =
+            "OMBREL_STARTUP_EXPECT_FINE_GRID=" + std::to_string(expected) + " '" + self +
+            "' --gtest_filter=MachineConfig.LoadingTheLibraryReadsTheSetting >/dev/null 2>&1";
+        return std::system(command.c_str());
+    };
+    EXPECT_EQ(childSees("[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\nUseFineGridCorrelation=\n", 1), 0);
+    EXPECT_EQ(childSees("[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\nUseFineGrid=1\n", 0), 0);
+    EXPECT_NE(childSees("[HKEY_LOCAL_MACHINE\\Software\\Quorvane]\nUseFineGrid=1\n", 1), 0)
+        << "the child must fail when the flag is not what it was told to expect";
+}
+
 TEST(Startup, InitInstanceSucceedsAndBuildsTheGreyTables) {
     EXPECT_EQ(TheOmbrelApp().InitInstance(), 1);
     const auto grey = [](int r, int g, int b) {

@@ -36,6 +36,8 @@ int32_t SaturateToInt32(double v) {
 }
 
 // The multiplier and shift whose quotient m / 2^s is nearest the gain; on equal errors the smaller shift.
+// A gain whose first multiplier already leaves -256 < m < 255 keeps shift 0 and becomes that multiplier, so
+// out-of-range gains stay exact integers (saturated to 32 bits; NaN gives 0).
 void GainToMultiplier(double gain, int32_t* mult, int32_t* shift) {
     *shift = 0;
     if (gain == 1.0 || gain == 0.0 || gain == -256.0) {
@@ -52,7 +54,7 @@ void GainToMultiplier(double gain, int32_t* mult, int32_t* shift) {
             *shift = s;
         }
     }
-    *mult = static_cast<int32_t>(std::round(gain * (1 << *shift)));
+    *mult = SaturateToInt32(std::round(gain * (1 << *shift)));
 }
 
 bool Usable(const Buffer* buffer) {
@@ -101,12 +103,12 @@ ArithAgent::ArithAgent(Buffer* srcA, Buffer* srcB, ArithOp op, double gain, int 
 ArithAgent::~ArithAgent() = default;
 
 void ArithAgent::Setup(Buffer* srcA, Buffer* dest, ArithOp op, double gain, int offset, Buffer* srcB) {
-    OMBREL_ASSERT("arith", 224, srcA != NULL);
-    OMBREL_ASSERT("arith", 226, dest != NULL);
+    OMBREL_ASSERT("arith", 224, srcA != nullptr, "srcA != NULL");
+    OMBREL_ASSERT("arith", 226, dest != nullptr, "dest != NULL");
     Check(srcA == nullptr || dest == nullptr || srcA->BitsPerPixel() == dest->BitsPerPixel(), "arith", 227,
           "srcA->BitsPerPixel() == dest->BitsPerPixel()");
     if (op >= kFirstBinaryArithOp) {
-        OMBREL_ASSERT("arith", 229, srcB != NULL);
+        OMBREL_ASSERT("arith", 229, srcB != nullptr, "srcB != NULL");
         Check(srcA == nullptr || srcB == nullptr || srcA->BitsPerPixel() == srcB->BitsPerPixel(), "arith",
               230, "srcA->BitsPerPixel() == srcB->BitsPerPixel()");
     }
@@ -128,18 +130,20 @@ void ArithAgent::Setup(Buffer* srcA, Buffer* dest, ArithOp op, double gain, int 
 void ArithAgent::SetNorm(double gain, int offset) {
     mGain = gain;
     mOffset = offset;
-    OMBREL_ASSERT("arith", 313, DBLT_N_256 <= mGain && mGain <= DBLT_255);
+    OMBREL_ASSERT("arith", 313, DBLT_N_256 <= mGain && mGain <= DBLT_255,
+                  "DBLT_N_256 <= mGain && mGain <= DBLT_255");
     Check(-(256 * 255 + 256) <= mOffset && mOffset <= (256 * 256 + 255), "arith", 314,
           "-(256*255+256) <= mOffset && mOffset <= (256*256+255)");
-    const double g = std::isfinite(gain) ? std::clamp(gain, DBLT_N_256, DBLT_255) : 0.0;
-    GainToMultiplier(g, &mGainMult, &mGainShift);
-    if ((offset >= -256 && offset <= 255) || g == 0.0) {
+    // The search and the split run on the gain as given, in range or not: the assertion has reported it.
+    GainToMultiplier(gain, &mGainMult, &mGainShift);
+    if ((offset >= -256 && offset <= 255) || gain == 0.0 || std::isnan(gain)) {
         mPreOffset = 0;
         mPostOffset = offset;  // a zero gain has no "before": the whole offset comes after it
         return;
     }
-    mPreOffset = SaturateToInt32(std::trunc(offset / g));
-    mPostOffset = SaturateToInt32(std::trunc(offset - mPreOffset * g));
+    mPreOffset = SaturateToInt32(std::trunc(offset / gain));
+    const double applied = mPreOffset == 0 ? 0.0 : mPreOffset * gain;  // 0 x infinity would be NaN
+    mPostOffset = SaturateToInt32(std::trunc(offset - applied));
 }
 
 void ArithAgent::SetSignClip(ArithSign signA, ArithSign signB, ArithSign signDest, bool clip, bool flag) {
@@ -182,7 +186,7 @@ void ArithAgent::SetBand(int low, int high) {
 }
 
 void ArithAgent::SetCornerB(int x, int y) {
-    OMBREL_ASSERT("arith", 280, (x & 3) == 0);
+    OMBREL_ASSERT("arith", 280, (x & 3) == 0, "(x & 3) == 0");
     const bool fits = mSrcB != nullptr && int64_t{x} + _sRoi.Width() <= mSrcB->Width() &&
                       int64_t{y} + _sRoi.Height() <= mSrcB->Height();
     Check(fits, "arith", 282, "x + _sRoi.Width() <= mSrcB->Width() && y + _sRoi.Height() <= mSrcB->Height()");
@@ -190,7 +194,7 @@ void ArithAgent::SetCornerB(int x, int y) {
 }
 
 void ArithAgent::SetCornerB(Point cornerB) {
-    OMBREL_ASSERT_HERE("arith", (cornerB.x & 3) == 0);
+    OMBREL_ASSERT_HERE("arith", (cornerB.x & 3) == 0, "(cornerB.x & 3) == 0");
     const bool fits = mSrcB != nullptr && int64_t{cornerB.x} + _sRoi.Width() <= mSrcB->Width() &&
                       int64_t{cornerB.y} + _sRoi.Height() <= mSrcB->Height();
     Check(fits, "arith", __LINE__,
@@ -235,7 +239,6 @@ int swArithAgent::ProcessOp() {
     if (mOpCode == _ARITH_MULT) return MultiplyBuffers();
     if (mOpCode < 0 || mOpCode >= _ARITH_MULT) return kArithBadOp;
     const bool needB = mOpCode >= kFirstBinaryArithOp;
-    // Spelled out: NULL would be expanded before a nested macro could quote it.
     if (needB) Check(mSrcB != nullptr, "arith", __LINE__, "mSrcB != NULL");
     if (!BuffersUsable(needB)) return kArithNoImage;
 
@@ -333,9 +336,10 @@ namespace {
 
 template <class... Region>
 ArithAgent* MakeArith(Buffer* srcA, Buffer* srcB, Buffer* dest, Region&&... regionAndArgs) {
-    OMBREL_ASSERT("lfarith", 34, srcA && dest);
-    return MakeAgent<swArithAgent>({{srcA, HostTypes::Any}, {srcB, HostTypes::Any}, {dest, HostTypes::Any}},
-                                   std::forward<Region>(regionAndArgs)...);
+    OMBREL_ASSERT("lfarith", 34, srcA && dest, "srcA && dest");
+    return MakeAgent<swArithAgent>(
+        {{srcA, HostTypes::Any}, {srcB, HostTypes::Any, Presence::Optional}, {dest, HostTypes::Any}},
+        std::forward<Region>(regionAndArgs)...);
 }
 
 }  // namespace

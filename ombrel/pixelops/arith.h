@@ -103,8 +103,10 @@ class ArithAgent : public Agent {
     virtual int ProcessOp() = 0;
     int Go() override;
 
-    // gain in -256..255 and offset in -65536..65791. Out of range is reported; the offset is then used as
-    // given and the gain limited to the range for its integer form (a non-finite gain gives multiplier 0).
+    // gain in -256..255 and offset in -65536..65791. Out of range is reported, and both are then used as
+    // given: a gain of 255 or more (or -256 or less) becomes multiplier round(gain) with shift 0, so
+    // SetNorm(300, 0) multiplies by 300 and SetNorm(-300, 1000) gives pre-offset -3 and post-offset 100.
+    // Multipliers saturate to 32 bits and a NaN gain gives multiplier 0; every path stays exact for them.
     void SetNorm(double gain, int offset);
     // Refused, with a note, for the operations whose sign and clipping are fixed. A signed destination
     // always ends with the clip flag off; ADD and DIFF on an unsigned destination always end with the second
@@ -177,8 +179,8 @@ class swArithAgent : public ArithAgent {
 };
 
 // Factories: the software agent when every buffer given is a host buffer (either host type), null when
-// board buffers are given (no board back end in this build) or for a mix. srcB may be null for the unary
-// operations.
+// board buffers are given (no board back end in this build), for a mix, or when srcA or dest is null. srcB
+// may be null (it is optional here; a binary operation without it reports and fails in Go).
 ArithAgent* ArithFact(Buffer* srcA, Buffer* srcB, ArithOp op, float gain, int offset, Buffer* dest);
 ArithAgent* ArithFact(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, float gain, int offset, Buffer* dest);
 ArithAgent* ArithFact(Buffer* srcA, const Point& p, const ROI& roi, Buffer* srcB, ArithOp op, float gain,

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <random>
 #include <vector>
@@ -15,6 +16,7 @@
 
 #include "ombrel/framework/kernel_family.h"
 #include "ombrel/pixelops/arith_kernels.h"
+#include "testing/images.h"
 #include "testing/recorders.h"
 
 namespace ombrel {
@@ -76,6 +78,51 @@ TEST(ArithNorm, GainBecomesMultiplierAndShiftAndOffsetSplitsAroundIt) {
     agent.SetNorm(0.0, 70000);  // no division by a zero gain: the offset is added whole
     EXPECT_EQ(agent.Go(), 0);
     EXPECT_EQ(D->Row(0)[0], 255);
+}
+
+// A gain outside -256..255 is reported and then used as given: the search stops at shift 0 with the gain
+// itself as multiplier, and the offset is split around that gain, not around a clamped one.
+TEST(ArithNorm, OutOfRangeGainsAreReportedAndKeptAsGiven) {
+    auto A = Filled(4, 4, 2), D = Filled(4, 4, 0);
+    swArithAgent agent(A.get(), nullptr, _ARITH_COPY, 1.0, 0, D.get());
+    AssertRecorder asserts;
+    agent.SetNorm(300.0, 0);
+    EXPECT_TRUE(asserts.Has("arith", 313, "DBLT_N_256 <= mGain && mGain <= DBLT_255"));
+    EXPECT_EQ(agent.Gain(), 300.0);
+    EXPECT_EQ(agent.Multiplier(), 300);
+    EXPECT_EQ(agent.Shift(), 0);
+    agent.SetNorm(-300.0, 1000);  // 1000 / -300 = -3 before the gain, 1000 - 900 = 100 after it
+    EXPECT_EQ(agent.Multiplier(), -300);
+    EXPECT_EQ(agent.Shift(), 0);
+    EXPECT_EQ(agent.PreOffset(), -3);
+    EXPECT_EQ(agent.PostOffset(), 100);
+    // (2 - 3) x -300 + 100 = 400: white with clipping, 400 & 255 = 144 without.
+    EXPECT_EQ(agent.Go(), 0);
+    EXPECT_EQ(D->Row(1)[2], 255);
+    agent.SetSignClip(_ARITH_UNSIGNED, _ARITH_UNSIGNED, _ARITH_UNSIGNED, false, false);
+    EXPECT_EQ(agent.Go(), 0);
+    EXPECT_EQ(D->Row(1)[2], 144);
+    agent.SetNorm(255.5, 0);  // 256 already leaves the range at shift 0
+    EXPECT_EQ(agent.Multiplier(), 256);
+    EXPECT_EQ(agent.Shift(), 0);
+    agent.SetNorm(-256.4, 0);
+    EXPECT_EQ(agent.Multiplier(), -256);
+    EXPECT_EQ(agent.Shift(), 0);
+    EXPECT_EQ(asserts.Count(), 4u) << "every out-of-range gain is reported, in-range ones are not";
+
+    // Gains no integer holds saturate; NaN multiplies by 0 and keeps the offset after it. None may fail.
+    agent.SetNorm(1e12, 0);
+    EXPECT_EQ(agent.Multiplier(), INT32_MAX);
+    agent.SetNorm(-std::numeric_limits<double>::infinity(), 1000);
+    EXPECT_EQ(agent.Multiplier(), INT32_MIN);
+    EXPECT_EQ(agent.PreOffset(), 0);
+    EXPECT_EQ(agent.PostOffset(), 1000);
+    EXPECT_EQ(agent.Go(), 0);
+    agent.SetNorm(std::numeric_limits<double>::quiet_NaN(), 7);
+    EXPECT_EQ(agent.Multiplier(), 0);
+    EXPECT_EQ(agent.PostOffset(), 7);
+    EXPECT_EQ(agent.Go(), 0);
+    EXPECT_EQ(D->Row(3)[3], 7);
 }
 
 TEST(ArithSetup, AssertionsReportAndTheAgentTouchesNothingItLacks) {
@@ -496,6 +543,87 @@ TEST_P(ArithIsa, EachVectorLevelHandlesTheWholeVectorsOfASpan) {
 }
 
 OMBREL_INSTANTIATE_ISA_LEVELS(ArithIsa);
+
+// Gains far outside -256..255 give multipliers that no 16-bit lane holds; the kernels must notice and stay
+// exact. Every (a, b) pair at every level, packed or not, against the scalar level.
+class ArithBigGain : public testing::IsaLevelTest {};
+
+TEST_P(ArithBigGain, EveryPathWritesTheScalarBytesForEveryPair) {
+    AssertRecorder quiet;
+    PairImages images;
+    int compared = 0;
+    for (int op = 0; op < kArithOpCount; ++op)
+        for (float gain : {300.0f, -300.0f, 255.5f, 1000.0f, -4097.0f, 40000.0f, 3e9f})
+            for (int offset : {0, 1000, -65536})
+                for (int cf : {0, 1, 3}) {
+                    const bool fixed = (op != _ARITH_COPY && op != _ARITH_ABS && op < _ARITH_ADD) ||
+                                       (op >= _ARITH_AND && op <= _ARITH_MAX);
+                    if (fixed && cf != 0) continue;
+                    const int signs = cf == 3 ? 5 : 0;  // signed A and destination with both flags
+                    const Config c{ArithOp(op), gain, offset, signs, (cf & 1) != 0, (cf & 2) != 0};
+                    Output reference;
+                    {
+                        ScopedIsaCap cap(Isa::Scalar);
+                        reference = images.Run(c, false);
+                    }
+                    for (bool packed : {false, true}) {
+                        const Output out = images.Run(c, packed);
+                        ASSERT_EQ(out.bytes, reference.bytes)
+                            << op << " " << gain << " " << offset << " " << cf << " " << packed;
+                        ASSERT_EQ(out.results.word[0], reference.results.word[0]);
+                        ASSERT_EQ(out.results.word[1], reference.results.word[1]);
+                    }
+                    ++compared;
+                }
+    EXPECT_EQ(compared, (10 + 6 * 3) * 7 * 3);
+}
+
+// MULT walks each buffer by its own pitch: a region narrower than the rows (and placed inside source A)
+// writes only its own rectangle of the destination, from the destination's (0, 0), and no padding.
+TEST_P(ArithBigGain, MultiplyNarrowRegionsByEachBuffersPitch) {
+    AssertRecorder quiet;
+    auto A = testing::RandomImage(45, 9, 21), B = testing::RandomImage(37, 8, 22);
+    const std::vector<uint8_t> a = testing::Pixels(*A), b = testing::Pixels(*B);
+    const int left = 5, top = 1, w = 29, h = 6;
+    struct Case {
+        float gain;
+        int offset;
+        bool clip;
+    };
+    for (const Case& c : {Case{1.0f, 0, true}, Case{1.0f, 0, false}, Case{0.25f, 0, false},
+                          Case{3.0f, -700, true}, Case{-300.0f, 1000, false}, Case{300.0f, 0, true}}) {
+        auto D = testing::RandomImage(41, 7, 23);
+        const std::vector<uint8_t> before = testing::Pixels(*D);
+        std::unique_ptr<ArithAgent> agent(ArithFact(A.get(), Rect{left, top, left + w, top + h}, B.get(),
+                                                    _ARITH_MULT, c.gain, c.offset, D.get()));
+        ASSERT_NE(agent, nullptr);
+        agent->SetSignClip(_ARITH_UNSIGNED, _ARITH_UNSIGNED, _ARITH_UNSIGNED, c.clip, false);
+        ASSERT_EQ(agent->Go(), 0);
+        const std::vector<uint8_t> out = testing::Pixels(*D);
+        const int pre = agent->PreOffset(), mult = agent->Multiplier(), shift = agent->Shift();
+        const int post = agent->PostOffset();
+        for (int y = 0; y < D->Height(); ++y)
+            for (int x = 0; x < D->Width(); ++x) {
+                const size_t k = static_cast<size_t>(y) * D->Width() + x;
+                if (x >= w || y >= h) {
+                    ASSERT_EQ(out[k], before[k]) << "outside the region at " << x << "," << y;
+                    continue;
+                }
+                const int64_t product = int64_t{a[static_cast<size_t>(top + y) * A->Width() + left + x]} *
+                                        b[static_cast<size_t>(y) * B->Width() + x];
+                const int64_t r = (((product + pre) * mult) >> shift) + post;
+                const uint8_t expected = r > 255 ? (c.clip ? 255 : r & 255)
+                                         : r < 0 ? (c.clip ? 255 : r & 255)
+                                                 : static_cast<uint8_t>(r);
+                ASSERT_EQ(out[k], expected) << c.gain << " at " << x << "," << y;
+            }
+        testing::ExpectPaddingIs(*D);
+        testing::ExpectPaddingIs(*A);
+        testing::ExpectPaddingIs(*B);
+    }
+}
+
+OMBREL_INSTANTIATE_ISA_LEVELS(ArithBigGain);
 
 }  // namespace
 }  // namespace ombrel

@@ -149,7 +149,7 @@ int FrameAverageAgent::Go() {
 // ---- FrameAverageFact ------------------------------------------------------------------------------------
 
 FrameAverageAgent* FrameAverageFact(Buffer* src, Buffer* dst, int N, Point p, const ROI& roi) {
-    OMBREL_ASSERT_HERE(kFactModule, src && dst);
+    OMBREL_ASSERT_HERE(kFactModule, src && dst, "src && dst");
     if (src != nullptr && dst != nullptr) {
         const ROI* sRoi = &roi;
         const Point sPt = p;

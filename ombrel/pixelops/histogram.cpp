@@ -179,18 +179,18 @@ HistogramAgent* MakeHistogram(Buffer* aBuf, HistRes res, std::vector<int>* aHist
 }  // namespace
 
 HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, std::vector<int>* aHistogram) {
-    OMBREL_ASSERT_HERE(kFactModule, aBuf && aHistogram);
+    OMBREL_ASSERT_HERE(kFactModule, aBuf && aHistogram, "aBuf && aHistogram");
     return MakeHistogram(aBuf, res, aHistogram);
 }
 
 HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, Rect r, std::vector<int>* aHistogram) {
-    OMBREL_ASSERT_HERE(kFactModule, aBuf && aHistogram);
+    OMBREL_ASSERT_HERE(kFactModule, aBuf && aHistogram, "aBuf && aHistogram");
     return MakeHistogram(aBuf, res, aHistogram, r);
 }
 
 HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, Point p, const ROI& roi,
                               std::vector<int>* aHistogram) {
-    OMBREL_ASSERT_HERE(kFactModule, aBuf && aHistogram);
+    OMBREL_ASSERT_HERE(kFactModule, aBuf && aHistogram, "aBuf && aHistogram");
     return MakeHistogram(aBuf, res, aHistogram, p, roi);
 }
 

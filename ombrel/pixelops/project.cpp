@@ -216,7 +216,7 @@ void swProjectAgent::ProjectRows() {
 // -------------------------------------------------------------------------------------------
 
 ProjectAgent* ProjectFact(Buffer* src, Buffer* dst, Rect r, ProjectType type) {
-    OMBREL_ASSERT_HERE(kFactModule, src && dst);
+    OMBREL_ASSERT_HERE(kFactModule, src && dst, "src && dst");
     return MakeAgent<swProjectAgent>({{src, HostTypes::OwnedOnly}, {dst, HostTypes::Any}}, src, dst, r, type);
 }
 
@@ -226,7 +226,7 @@ ProjectAgent* ProjectFact(Buffer* src, Buffer* dst, ProjectType type) {
 }
 
 ProjectAgent* ProjectFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, ProjectType type) {
-    OMBREL_ASSERT_HERE(kFactModule, src && dst);
+    OMBREL_ASSERT_HERE(kFactModule, src && dst, "src && dst");
     return MakeAgent<swProjectAgent>({{src, HostTypes::OwnedOnly}, {dst, HostTypes::Any}}, src, dst, p, roi,
                                      type);
 }
