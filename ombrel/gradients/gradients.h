@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+#include "ombrel/gradients/sobel.h"
+#include "ombrel/gradients/sobel_tables.h"
