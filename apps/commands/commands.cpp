@@ -9,11 +9,12 @@ CommandRun AddArithCommand(CLI::App& program);
 CommandRun AddBlobCommand(CLI::App& program);
 CommandRun AddHistCommand(CLI::App& program);
 CommandRun AddMaskCommand(CLI::App& program);
+CommandRun AddSobelCommand(CLI::App& program);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", AddDemoCommand}, {"arith", AddArithCommand}, {"blob", AddBlobCommand},
-        {"hist", AddHistCommand}, {"mask", AddMaskCommand},
+        {"hist", AddHistCommand}, {"mask", AddMaskCommand},   {"sobel", AddSobelCommand},
     };
     return commands;
 }
