@@ -135,6 +135,21 @@ void RunFrameAverage(Bytes& in) {
     }
 }
 
+void RunSobel(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
+    auto dst = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE);
+    std::unique_ptr<ombrel::Buffer> mask;
+    ombrel::ROI roi = Region(in, mask);
+    std::unique_ptr<ombrel::SobelAgent> agent(ombrel::SobelFact(
+        src.get(), dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, in.Flag() ? &roi : nullptr,
+        static_cast<ombrel::SobelOut>(in.Int(-1, 11)), static_cast<ombrel::SobelShift>(in.Int(-2, 40)),
+        in.Int(-300, 300), in.Int(-3, 60)));
+    if (!agent) return;
+    agent->SetUseThreshold2(in.Flag());
+    agent->SetThreshold2(in.Int(-300, 300));
+    agent->Go();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -146,7 +161,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     (void)quiet;
     Bytes in(data, size);
-    switch (in.Int(0, 5)) {
+    switch (in.Int(0, 6)) {
         case 0:
             RunArith(in);
             break;
@@ -161,6 +176,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         case 4:
             RunFrameAverage(in);
+            break;
+        case 5:
+            RunSobel(in);
             break;
         default:
             RunBlob(in);

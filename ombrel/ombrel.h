@@ -3,4 +3,5 @@
 #pragma once
 #include "ombrel/blob/blob.h"
 #include "ombrel/framework/framework.h"
+#include "ombrel/gradients/gradients.h"
 #include "ombrel/pixelops/pixelops.h"

@@ -11,12 +11,13 @@ CommandRun AddHistCommand(CLI::App& program);
 CommandRun AddMaskCommand(CLI::App& program);
 CommandRun AddProjectCommand(CLI::App& program);
 CommandRun AddAverageCommand(CLI::App& program);
+CommandRun AddSobelCommand(CLI::App& program);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", AddDemoCommand},       {"arith", AddArithCommand}, {"blob", AddBlobCommand},
         {"hist", AddHistCommand},       {"mask", AddMaskCommand},   {"project", AddProjectCommand},
-        {"average", AddAverageCommand},
+        {"average", AddAverageCommand}, {"sobel", AddSobelCommand},
     };
     return commands;
 }

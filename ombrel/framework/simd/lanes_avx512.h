@@ -95,6 +95,15 @@ struct Avx512 {
     static T divtrunc32f(T x, float d) {
         return _mm512_cvttps_epi32(_mm512_div_ps(_mm512_cvtepi32_ps(x), _mm512_set1_ps(d)));
     }
+    // Nearest integer to the square root of each 32-bit lane, exact for 0 <= x <= 65536 (there a root is
+    // never within float rounding of a half).
+    static T sqrtround32(T x) { return _mm512_cvtps_epi32(_mm512_sqrt_ps(_mm512_cvtepi32_ps(x))); }
+    // Each 32-bit lane i becomes table[i] (a byte, zero-extended). Reads four bytes at each index: the table
+    // needs three readable bytes past its last entry.
+    static T gather8x32(const uint8_t* table, T idx) {
+        const T words = _mm512_i32gather_epi32(idx, table, 1);
+        return _mm512_and_si512(words, _mm512_set1_epi32(0xFF));
+    }
 };
 
 }  // namespace

@@ -95,6 +95,16 @@ struct Sse2 {
     static T divtrunc32f(T x, float d) {
         return _mm_cvttps_epi32(_mm_div_ps(_mm_cvtepi32_ps(x), _mm_set1_ps(d)));
     }
+    // Nearest integer to the square root of each 32-bit lane, exact for 0 <= x <= 65536 (there a root is
+    // never within float rounding of a half).
+    static T sqrtround32(T x) { return _mm_cvtps_epi32(_mm_sqrt_ps(_mm_cvtepi32_ps(x))); }
+    // Each 32-bit lane i becomes table[i] (a byte, zero-extended); SSE2 has no gather, so one lane at a time.
+    static T gather8x32(const uint8_t* table, T idx) {
+        alignas(16) int32_t lane[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(lane), idx);
+        for (int32_t& v : lane) v = table[v];
+        return _mm_load_si128(reinterpret_cast<const __m128i*>(lane));
+    }
 };
 
 }  // namespace
