@@ -1,14 +1,12 @@
 # SPDX-License-Identifier: MIT
 # The histogram agent: agent and scalar reference at the baseline, unrolled counting kernels per ISA.
-target_sources(Ombrel PRIVATE ${CMAKE_CURRENT_LIST_DIR}/histogram.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/histogram_kernels_scalar.cpp)
-ombrel_add_kernels(histogram sse2 ${CMAKE_CURRENT_LIST_DIR}/histogram_kernels_sse2.cpp)
-ombrel_add_kernels(histogram avx2 ${CMAKE_CURRENT_LIST_DIR}/histogram_kernels_avx2.cpp)
-
-if(OMBREL_BUILD_TESTS)
-  # OpenCV only checks our counts against an independent implementation; the library never links it.
-  find_package(OpenCV REQUIRED COMPONENTS core imgproc)
-  ombrel_add_test(histogram_tests ${CMAKE_CURRENT_LIST_DIR}/histogram_test.cpp)
-  target_link_libraries(histogram_tests PRIVATE OmbrelScenes ${OpenCV_LIBS})
-  target_include_directories(histogram_tests PRIVATE ${OpenCV_INCLUDE_DIRS})
-endif()
+# OpenCV checks our counts against an independent implementation.
+ombrel_add_operation(histogram
+  SOURCES histogram.cpp
+  KERNELS scalar histogram_kernels_scalar.cpp
+          sse2 histogram_kernels_sse2.cpp
+          avx2 histogram_kernels_avx2.cpp
+  TESTS histogram_test.cpp
+  TEST_LIBS OmbrelScenes
+  OPENCV
+  PUBLIC_HEADERS histogram.h)
