@@ -8,13 +8,12 @@ set(OMBREL_ISA_FLAGS_avx2 "-mavx2;-mfma;-mbmi;-mbmi2;-mpopcnt")
 set(OMBREL_ISA_FLAGS_avx512 "-mavx512f;-mavx512bw;-mavx512vl;-mavx512dq;-mavx2;-mfma;-mbmi;-mbmi2;-mpopcnt")
 message(STATUS "Ombrel: ISA levels compiled in: ${OMBREL_ISA_LEVELS} (chosen at run time, capped by OMBREL_MAX_ISA)")
 
-# ombrel_add_kernels(<name> <isa> <sources...>): builds the sources with the flags of <isa> into Ombrel.
+# ombrel_add_kernels(<name> <isa> <sources...>): the sources built with the flags of <isa> into the library.
+# Operations list their kernels through ombrel_add_operation(... KERNELS ...), which comes to the same.
 function(ombrel_add_kernels name isa)
-  set(lib ombrel_kernels_${name}_${isa})
-  add_library(${lib} OBJECT ${ARGN})
-  set_target_properties(${lib} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  target_include_directories(${lib} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_compile_options(${lib} PRIVATE ${OMBREL_ISA_FLAGS_${isa}})
-  ombrel_warnings(${lib})
-  target_sources(Ombrel PRIVATE $<TARGET_OBJECTS:${lib}>)
+  if(NOT isa IN_LIST OMBREL_ISA_LEVELS)
+    message(FATAL_ERROR "Ombrel: unknown ISA '${isa}' (known: ${OMBREL_ISA_LEVELS})")
+  endif()
+  _ombrel_existing_files(files "kernel" ${ARGN})
+  _ombrel_add_kernel_objects(${name} ${isa} ${files})
 endfunction()

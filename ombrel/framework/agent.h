@@ -6,12 +6,13 @@
 #include <cstdint>
 
 #include "ombrel/framework/buffer.h"
+#include "ombrel/framework/export.h"
 #include "ombrel/framework/geometry.h"
 #include "ombrel/framework/roi.h"
 
 namespace ombrel {
 
-class Agent {
+class OMBREL_API Agent {
   public:
     using RefreshCallback = void (*)();
 

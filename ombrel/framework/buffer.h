@@ -15,6 +15,7 @@
 #pragma once
 #include <cstdint>
 
+#include "ombrel/framework/export.h"
 #include "ombrel/framework/geometry.h"
 
 namespace ombrel {
@@ -46,7 +47,7 @@ enum BufferError : int32_t {
 
 class Monster;  // the vision-processor board (board back end)
 
-class Buffer {
+class OMBREL_API Buffer {
   public:
     // Host buffers, zeroed. The first form reports HOST_BANK, the second the bank it is given.
     Buffer(int w, int h, PixelDepth depth, PixelFormat pixelFormat = 0, ImageFormat imageFormat = 1);

@@ -7,6 +7,8 @@
 #include <deque>
 #include <mutex>
 
+#include "ombrel/framework/export.h"
+
 namespace ombrel {
 
 struct LogEntry {
@@ -15,7 +17,7 @@ struct LogEntry {
     char text[132] = {};  // the caller's text; a longer text is cut to 131 characters, always terminated
 };
 
-class EventLogger {
+class OMBREL_API EventLogger {
   public:
     EventLogger() = default;
     ~EventLogger();
@@ -53,6 +55,6 @@ class EventLogger {
     LogEntry _blank;
 };
 
-EventLogger& GetEventLogger();
+OMBREL_API EventLogger& GetEventLogger();
 
 }  // namespace ombrel

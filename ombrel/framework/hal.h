@@ -8,14 +8,16 @@
 #include <functional>
 #include <string_view>
 
+#include "ombrel/framework/export.h"
+
 namespace ombrel {
 
 // ---- Assertions -------------------------------------------------------------------------------------------
 // An assertion reports and returns; the operation goes on (inside the memory it owns).
 using AssertSink = std::function<void(const char* module, int line, const char* expression)>;
 // Installs `sink` (an empty function restores the default, standard error) and returns the previous one.
-AssertSink SetAssertSink(AssertSink sink);
-void handleAssert(const char* module, int line, const char* expression);
+OMBREL_API AssertSink SetAssertSink(AssertSink sink);
+OMBREL_API void handleAssert(const char* module, int line, const char* expression);
 
 // Reports `expression` when `ok` is false; returns `ok` so a caller can also act on it.
 inline bool Check(bool ok, const char* module, int line, const char* expression) {
@@ -27,23 +29,24 @@ inline bool Check(bool ok, const char* module, int line, const char* expression)
 enum class TextChannel { Note, Log, Debug, Trace };
 using TextSink = std::function<void(TextChannel channel, std::string_view text)>;
 // One sink for all formatted diagnostic text (standard output by default); returns the previous one.
-TextSink SetTextSink(TextSink sink);
+OMBREL_API TextSink SetTextSink(TextSink sink);
 
-void aprintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
-void logPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
-void debugPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
-void halHandleTrace(const char* format, ...) __attribute__((format(printf, 1, 2)));
+OMBREL_API void aprintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+OMBREL_API void logPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+OMBREL_API void debugPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+OMBREL_API void halHandleTrace(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // ---- Debug window -----------------------------------------------------------------------------------------
 using DebugWindowSink = std::function<void(uint32_t messageClass, std::string_view text)>;
 // Messages for the debug window (standard error by default); returns the previous sink.
-DebugWindowSink SetDebugWindowSink(DebugWindowSink sink);
-void DebugWndMsg(uint32_t messageClass, const char* format, ...) __attribute__((format(printf, 2, 3)));
+OMBREL_API DebugWindowSink SetDebugWindowSink(DebugWindowSink sink);
+OMBREL_API void DebugWndMsg(uint32_t messageClass, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 
 // ---- Fixed point ------------------------------------------------------------------------------------------
 // A double held as a signed fixed-point number with `fractionBits` fraction bits (0..30). The conversion
 // truncates toward zero at the last fraction bit; values beyond the 64-bit range saturate and NaN becomes 0.
-class FixDouble {
+class OMBREL_API FixDouble {
   public:
     FixDouble(double value, int fractionBits);
     int64_t Raw() const { return _raw; }
@@ -55,9 +58,9 @@ class FixDouble {
     int _fractionBits;
 };
 // Nearest integer, halves away from zero; saturates to the int32 range.
-int32_t iround(const FixDouble& value);
+OMBREL_API int32_t iround(const FixDouble& value);
 // Integer part, toward zero; saturates to the int32 range.
-int32_t itrunc(const FixDouble& value);
+OMBREL_API int32_t itrunc(const FixDouble& value);
 
 // ---- Clock ------------------------------------------------------------------------------------------------
 // Both forms read the same monotonic clock, whose origin lies before the process started (so times are > 0).
@@ -65,15 +68,15 @@ struct INT_TIME_UNIT {
     int32_t seconds = 0;
     int32_t microseconds = 0;
 };
-void HalGetClock(INT_TIME_UNIT* time);
-void HalGetClock(double* seconds);
+OMBREL_API void HalGetClock(INT_TIME_UNIT* time);
+OMBREL_API void HalGetClock(double* seconds);
 
 // ---- Platform queries -------------------------------------------------------------------------------------
 // Bytes of memory the system can still give this process (MemAvailable), 0 when unknown.
-uint64_t memAvail();
+OMBREL_API uint64_t memAvail();
 // "$Revision: 1.4 $" gives 100400000: major * 100000000 + minor * 100000 (+ a third number * 100).
 // Text without a version gives 0.
-int64_t RCSStringToNumber(const char* revision);
+OMBREL_API int64_t RCSStringToNumber(const char* revision);
 
 }  // namespace ombrel
 

@@ -4,23 +4,25 @@
 // environment variable OMBREL_MAX_ISA (scalar, sse2, avx2, avx512) read once, or by SetIsaCap at run time.
 #pragma once
 
+#include "ombrel/framework/export.h"
+
 namespace ombrel {
 
 enum class Isa : int { Scalar = 0, Sse2 = 1, Avx2 = 2, Avx512 = 3 };
 
-const char* IsaName(Isa isa);
+OMBREL_API const char* IsaName(Isa isa);
 // Parses a level name as OMBREL_MAX_ISA spells it; false for anything else.
-bool ParseIsa(const char* name, Isa* isa);
+OMBREL_API bool ParseIsa(const char* name, Isa* isa);
 
 // The highest level this machine runs (CPUID and OS register support).
-Isa DetectedIsa();
+OMBREL_API Isa DetectedIsa();
 // The level kernels run at now: the detected level, capped.
-Isa ActiveIsa();
+OMBREL_API Isa ActiveIsa();
 // Caps the level for the whole process (tests and benchmarks force lower paths with it). Returns the
 // previous cap. Only agents started after the call see it.
-Isa SetIsaCap(Isa cap);
+OMBREL_API Isa SetIsaCap(Isa cap);
 
 // MMX, SSE and SSE2 together: what the packed paths behind an agent's vector switch need.
-bool CpuHasPackedSimd();
+OMBREL_API bool CpuHasPackedSimd();
 
 }  // namespace ombrel

@@ -6,18 +6,19 @@
 // span by span (ROISeg); a rectangular region has one span per row, the whole width.
 //
 // Cursors compute addresses but never read pixels; an agent clips its walk to the part of the region that
-// lies inside its buffers before it touches memory (see region_clip.h). A cursor over a masked region whose
+// lies inside its buffers before it touches memory. A cursor over a masked region whose
 // extent was later made taller than its mask walks only the rows the scan list has.
 #pragma once
 #include <cstdint>
 
 #include "ombrel/framework/buffer.h"
+#include "ombrel/framework/export.h"
 #include "ombrel/framework/geometry.h"
 
 namespace ombrel {
 
 // One run of 1-bits in a mask row: first column and length.
-class ROIScan {
+class OMBREL_API ROIScan {
   public:
     ROIScan() = default;
     ROIScan(int32_t start, int32_t len) : _start(start), _len(len) {}
@@ -45,7 +46,7 @@ struct ROISeg {
     int32_t y = 0;           // image row
 };
 
-class ROI {
+class OMBREL_API ROI {
   public:
     ROI();
     ROI(int width, int height);
@@ -111,7 +112,7 @@ class ROI {
 };
 
 // A cursor over the rows of a region placed on an 8-bit image, one byte per pixel.
-class ROIRow {
+class OMBREL_API ROIRow {
   public:
     ROIRow(Buffer* buf, Point origin, ROI* roi);
 
@@ -149,7 +150,7 @@ class ROIRow {
 };
 
 // An ROIRow that remembers what it was built from, so that it can start again at the first row.
-class ROIRowIter : public ROIRow {
+class OMBREL_API ROIRowIter : public ROIRow {
   public:
     ROIRowIter(Buffer* buf, Point origin, ROI* roi);
     ROIRow* FirstRow();

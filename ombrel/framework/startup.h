@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <string>
 
+#include "ombrel/framework/export.h"
+
 namespace ombrel {
 
-class OmbrelApp {
+class OMBREL_API OmbrelApp {
   public:
     // Reads the fine-grid setting and builds the shared tables; returns 1 in every case.
     int InitInstance();
@@ -15,20 +17,21 @@ class OmbrelApp {
 };
 
 // The one application object; its InitInstance runs when the library is loaded.
-OmbrelApp& TheOmbrelApp();
+OMBREL_API OmbrelApp& TheOmbrelApp();
 
 // 1 when the machine configuration holds "UseFineGridCorrelation" (whatever its data), else 0.
-int UseFineGridCorrelation();
+OMBREL_API int UseFineGridCorrelation();
 
 // The per-machine configuration store: an INI-style file, /etc/ombrel/machine.conf unless the environment
 // variable OMBREL_MACHINE_CONFIG names another. Sections are registry key paths, one "Name=data" line per
 // value. Returns true and the data when the value is present in the section and its data is at most
 // 32 bytes; a missing file, section or value, or longer data, returns false.
-bool QueryMachineValue(const std::string& key, const std::string& name, std::string* data = nullptr);
-std::string MachineConfigPath();
+OMBREL_API bool QueryMachineValue(const std::string& key, const std::string& name,
+                                  std::string* data = nullptr);
+OMBREL_API std::string MachineConfigPath();
 
 // Builds the colour lookup tables once, into static storage that outlives the call.
-class ColorUtilities {
+class OMBREL_API ColorUtilities {
   public:
     void CreateLuts();
     // Grey from 8-bit red, green and blue with the ITU-R BT.601 weights (0.299, 0.587, 0.114) in 16.16 fixed
@@ -37,6 +40,6 @@ class ColorUtilities {
     static const uint32_t* GreenToGrey();
     static const uint32_t* BlueToGrey();
 };
-void InitializeLuts();
+OMBREL_API void InitializeLuts();
 
 }  // namespace ombrel

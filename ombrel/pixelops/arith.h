@@ -71,6 +71,7 @@
 
 #include "ombrel/framework/agent.h"
 #include "ombrel/framework/buffer.h"
+#include "ombrel/framework/export.h"
 #include "ombrel/framework/geometry.h"
 #include "ombrel/framework/isa.h"
 #include "ombrel/framework/roi.h"
@@ -88,7 +89,7 @@ constexpr int kArithNoImage = -1;
 // Go() status for an operation code outside 0..15.
 constexpr int kArithBadOp = -2;
 
-class ArithAgent : public Agent {
+class OMBREL_API ArithAgent : public Agent {
   public:
     ArithAgent(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, double gain, int offset, Buffer* dest);
     // A null region pointer gives an empty region.
@@ -164,7 +165,7 @@ class ArithAgent : public Agent {
 };
 
 // The software implementation: host buffers.
-class swArithAgent : public ArithAgent {
+class OMBREL_API swArithAgent : public ArithAgent {
   public:
     using ArithAgent::ArithAgent;
     int MultiplyBuffers() override;
@@ -181,11 +182,13 @@ class swArithAgent : public ArithAgent {
 // Factories: the software agent when every buffer given is a host buffer (either host type), null when
 // board buffers are given (no board back end in this build), for a mix, or when srcA or dest is null. srcB
 // may be null (it is optional here; a binary operation without it reports and fails in Go).
-ArithAgent* ArithFact(Buffer* srcA, Buffer* srcB, ArithOp op, float gain, int offset, Buffer* dest);
-ArithAgent* ArithFact(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, float gain, int offset, Buffer* dest);
-ArithAgent* ArithFact(Buffer* srcA, const Point& p, const ROI& roi, Buffer* srcB, ArithOp op, float gain,
-                      int offset, Buffer* dest);
-ArithAgent* ArithFact(Buffer* srcA, int left, int top, int right, int bottom, Buffer* srcB, ArithOp op,
-                      float gain, int offset, Buffer* dest);
+OMBREL_API ArithAgent* ArithFact(Buffer* srcA, Buffer* srcB, ArithOp op, float gain, int offset,
+                                 Buffer* dest);
+OMBREL_API ArithAgent* ArithFact(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, float gain, int offset,
+                                 Buffer* dest);
+OMBREL_API ArithAgent* ArithFact(Buffer* srcA, const Point& p, const ROI& roi, Buffer* srcB, ArithOp op,
+                                 float gain, int offset, Buffer* dest);
+OMBREL_API ArithAgent* ArithFact(Buffer* srcA, int left, int top, int right, int bottom, Buffer* srcB,
+                                 ArithOp op, float gain, int offset, Buffer* dest);
 
 }  // namespace ombrel

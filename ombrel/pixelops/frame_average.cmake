@@ -1,9 +1,10 @@
-#SPDX - License - Identifier : MIT
-#The frame - averaging agent : agent and scalar reference at the baseline, one kernel object per wider ISA.
-target_sources(Ombrel PRIVATE ${CMAKE_CURRENT_LIST_DIR} / frame_average.cpp ${CMAKE_CURRENT_LIST_DIR} /
-               frame_average_kernels_scalar.cpp)
-    ombrel_add_kernels(frame_average sse2 ${CMAKE_CURRENT_LIST_DIR} / frame_average_kernels_sse2.cpp)
-        ombrel_add_kernels(frame_average avx2 ${CMAKE_CURRENT_LIST_DIR} / frame_average_kernels_avx2.cpp)
-            ombrel_add_kernels(frame_average avx512 ${CMAKE_CURRENT_LIST_DIR} /
-                               frame_average_kernels_avx512.cpp)
-                ombrel_add_test(frame_average_tests ${CMAKE_CURRENT_LIST_DIR} / frame_average_test.cpp)
+# SPDX-License-Identifier: MIT
+# The frame-averaging agent: agent at the baseline, the scalar reference and one kernel object per wider ISA.
+ombrel_add_operation(frame_average
+  SOURCES frame_average.cpp
+  KERNELS scalar frame_average_kernels_scalar.cpp
+          sse2 frame_average_kernels_sse2.cpp
+          avx2 frame_average_kernels_avx2.cpp
+          avx512 frame_average_kernels_avx512.cpp
+  TESTS frame_average_test.cpp
+  PUBLIC_HEADERS frame_average.h)

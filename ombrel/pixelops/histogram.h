@@ -23,6 +23,7 @@
 
 #include "ombrel/framework/agent.h"
 #include "ombrel/framework/buffer.h"
+#include "ombrel/framework/export.h"
 #include "ombrel/framework/geometry.h"
 #include "ombrel/framework/roi.h"
 
@@ -44,7 +45,7 @@ enum HistRes : int32_t {
 // Error word of an agent whose vector could not be sized (out of memory).
 constexpr int32_t kHistogramNoMemory = -1;
 
-class HistogramAgent : public Agent {
+class OMBREL_API HistogramAgent : public Agent {
   public:
     // Each form resizes *results to exactly `res` elements (none for a non-positive count).
     HistogramAgent(Buffer* src, HistRes res, std::vector<int>* results);
@@ -85,7 +86,7 @@ class HistogramAgent : public Agent {
     void SizeResults();
 };
 
-class swHistogramAgent : public HistogramAgent {
+class OMBREL_API swHistogramAgent : public HistogramAgent {
   public:
     swHistogramAgent(Buffer* src, HistRes res, std::vector<int>* results);
     swHistogramAgent(Buffer* src, Rect r, HistRes res, std::vector<int>* results);
@@ -101,11 +102,11 @@ class swHistogramAgent : public HistogramAgent {
 
 // The software agent for a source the library owns (HOST_BUFFER); null for a wrapped or board source (no
 // board back end yet) or when memory runs out. Reports "aBuf && aHistogram" (lfhisto) and goes on.
-HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, std::vector<int>* aHistogram);
-HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, Rect r, std::vector<int>* aHistogram);
-HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, Point p, const ROI& roi,
-                              std::vector<int>* aHistogram);
-HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, int left, int top, int right, int bottom,
-                              std::vector<int>* aHistogram);
+OMBREL_API HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, std::vector<int>* aHistogram);
+OMBREL_API HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, Rect r, std::vector<int>* aHistogram);
+OMBREL_API HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, Point p, const ROI& roi,
+                                         std::vector<int>* aHistogram);
+OMBREL_API HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, int left, int top, int right, int bottom,
+                                         std::vector<int>* aHistogram);
 
 }  // namespace ombrel

@@ -1,7 +1,10 @@
 # SPDX-License-Identifier: MIT
-# The mask agent: agent and scalar reference at the baseline, one kernel object per wider ISA.
-target_sources(Ombrel PRIVATE ${CMAKE_CURRENT_LIST_DIR}/mask.cpp ${CMAKE_CURRENT_LIST_DIR}/mask_kernels_scalar.cpp)
-ombrel_add_kernels(mask sse2 ${CMAKE_CURRENT_LIST_DIR}/mask_kernels_sse2.cpp)
-ombrel_add_kernels(mask avx2 ${CMAKE_CURRENT_LIST_DIR}/mask_kernels_avx2.cpp)
-ombrel_add_kernels(mask avx512 ${CMAKE_CURRENT_LIST_DIR}/mask_kernels_avx512.cpp)
-ombrel_add_test(mask_tests ${CMAKE_CURRENT_LIST_DIR}/mask_test.cpp)
+# The mask agent: agent at the baseline, the scalar reference and one kernel object per wider ISA.
+ombrel_add_operation(mask
+  SOURCES mask.cpp
+  KERNELS scalar mask_kernels_scalar.cpp
+          sse2 mask_kernels_sse2.cpp
+          avx2 mask_kernels_avx2.cpp
+          avx512 mask_kernels_avx512.cpp
+  TESTS mask_test.cpp
+  PUBLIC_HEADERS mask.h mask_ops.h)

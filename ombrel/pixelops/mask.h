@@ -23,6 +23,7 @@
 
 #include "ombrel/framework/agent.h"
 #include "ombrel/framework/buffer.h"
+#include "ombrel/framework/export.h"
 #include "ombrel/framework/geometry.h"
 #include "ombrel/framework/roi.h"
 #include "ombrel/pixelops/mask_ops.h"
@@ -31,9 +32,9 @@ namespace ombrel {
 
 // The board driver's fill helper, host version: sets `width` bytes of each of `height` rows, `pitch` bytes
 // apart, starting at `base`, to the low byte of `value`. Does nothing for a null base or a non-positive size.
-void fillWithValue(uint8_t* base, int width, int height, int value, int pitch);
+OMBREL_API void fillWithValue(uint8_t* base, int width, int height, int value, int pitch);
 
-class MaskAgent : public Agent {
+class OMBREL_API MaskAgent : public Agent {
   public:
     // Band 1..255: with MASK_BAND every non-zero source pixel under the mask becomes 1.
     MaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
@@ -58,7 +59,7 @@ class MaskAgent : public Agent {
     Buffer* _dstBuf = nullptr;  // not owned
 };
 
-class swMaskAgent : public MaskAgent {
+class OMBREL_API swMaskAgent : public MaskAgent {
   public:
     swMaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
     swMaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high, unsigned op);
@@ -67,10 +68,11 @@ class swMaskAgent : public MaskAgent {
 
 // The software agent when both buffers are host buffers and the destination is one the library owns
 // (HOST_BUFFER); null for board buffers (no back end yet), a mix, a wrapped destination or no memory.
-MaskAgent* MaskFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
-MaskAgent* MaskFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high, unsigned op);
+OMBREL_API MaskAgent* MaskFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
+OMBREL_API MaskAgent* MaskFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high,
+                               unsigned op);
 // Origin given as two ints and the region by pointer; the two trailing ints are the band, and the operation
 // is MASK_BAND, the one the band belongs to. A null region counts as an empty one.
-MaskAgent* MaskFact(Buffer* src, Buffer* dst, int x, int y, ROI* roi, int low, int high);
+OMBREL_API MaskAgent* MaskFact(Buffer* src, Buffer* dst, int x, int y, ROI* roi, int low, int high);
 
 }  // namespace ombrel
