@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Blob analysis: the agent, joiner, tree surgery, records and result pools at the baseline, the row coder's
-# transition finder per ISA. blob_rle.h is installed only because blob_agent.h includes it.
+# transition finder per ISA.
 ombrel_add_operation(blob
   SOURCES blob_agent.cpp blob_joiner.cpp blob_tree.cpp blob_pool.cpp blob_record.cpp blob_result.cpp
           blob_rle.cpp blob_draw.cpp
@@ -10,7 +10,7 @@ ombrel_add_operation(blob
   TESTS blob_agent_test.cpp blob_crosscheck_test.cpp blob_draw_test.cpp
   TEST_LIBS OmbrelScenes
   OPENCV
-  PUBLIC_HEADERS blob.h blob_agent.h blob_pool.h blob_record.h blob_result.h blob_rle.h)
+  PUBLIC_HEADERS blob.h blob_agent.h blob_pool.h blob_record.h blob_result.h)
 
 # The run joiner calls its own small members once per run, the tree surgery and the records add up split
 # sums; letting the compiler inline the exported ones among them (nobody interposes them) is worth a few

@@ -34,14 +34,17 @@
 #include <vector>
 
 #include "ombrel/blob/blob_result.h"
-#include "ombrel/blob/blob_rle.h"
 #include "ombrel/framework/agent.h"
 #include "ombrel/framework/export.h"
+#include "ombrel/framework/isa.h"
 #include "ombrel/framework/roi.h"
 
 namespace ombrel {
 
 class MaskAgent;
+namespace blobrle {
+struct Band;  // the row coder's band (blob_rle.h, internal)
+}
 
 class OMBREL_API BlobAgent : public Agent {
   public:
