@@ -4,3 +4,4 @@
 #include "ombrel/blob/blob.h"
 #include "ombrel/framework/framework.h"
 #include "ombrel/pixelops/pixelops.h"
+#include "ombrel/morph/morph.h"

@@ -68,6 +68,12 @@ struct Avx2 {
     }
     // Bit i set when byte i of m is all ones (m a comparison result).
     static uint64_t bits8(T m) { return static_cast<uint32_t>(_mm256_movemask_epi8(m)); }
+    // Byte shuffle within each 128-bit lane: byte i is t[idx[i] & 15] of its lane, 0 where idx[i] has bit 7.
+    static T shuffle8(T t, T idx) { return _mm256_shuffle_epi8(t, idx); }
+    // 16 bytes repeated in every 128-bit lane (a table for shuffle8).
+    static T broadcast16(const uint8_t* p) {
+        return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
 };
 
 }  // namespace

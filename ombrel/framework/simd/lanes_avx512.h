@@ -71,6 +71,12 @@ struct Avx512 {
     static uint64_t hsum64(T x) { return static_cast<uint64_t>(_mm512_reduce_add_epi64(x)); }
     // Bit i set when byte i of m is all ones (m a comparison result).
     static uint64_t bits8(T m) { return static_cast<uint64_t>(_mm512_movepi8_mask(m)); }
+    // Byte shuffle within each 128-bit lane: byte i is t[idx[i] & 15] of its lane, 0 where idx[i] has bit 7.
+    static T shuffle8(T t, T idx) { return _mm512_shuffle_epi8(t, idx); }
+    // 16 bytes repeated in every 128-bit lane (a table for shuffle8).
+    static T broadcast16(const uint8_t* p) {
+        return _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
 };
 
 }  // namespace
