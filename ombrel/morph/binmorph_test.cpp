@@ -180,29 +180,53 @@ TEST(BinMorphAgent, IterationsCountsAndChangedFlag) {
     EXPECT_EQ(many.SetPixelCount(), 0);
 }
 
-TEST(BinMorphAgent, ThinningKeepsOnlyWhatItsTablesKeep) {
-    // The directional passes clear a pixel whose clear neighbours form one group (so the clear side grows
-    // without merging) and, after that, any end pixel. A plus-shaped figure one pixel wide is eaten from its
-    // four ends, one pixel per arm per pass, and nothing ever grows.
-    std::vector<std::string> plus{".........", "....#....", "....#....", "....#....", ".#######.",
-                                  "....#....", "....#....", "....#....", "........."};
-    auto img = Picture(plus);
-    Buffer work(9, 9, EIGHT);
-    work.CopyFrom(img.get());
-    BinMorphOperator left(Left), up(Up), right(Right), down(Down);
-    int before = 13;
-    for (BinMorphOperator* op : {&left, &up, &right, &down}) {
-        swBinMorphAgent agent(&work, &work, BMBORDER_CLEAR, op, 1);
-        EXPECT_EQ(agent.Go(), 0);
-        EXPECT_LE(agent.SetPixelCount(), before);
-        before = agent.SetPixelCount();
+// Left, Up, Right, Down repeated until none of them changes its count, as break detection converges.
+void ThinToConvergence(Buffer& work) {
+    BinMorphOperator ops[4] = {BinMorphOperator(Left), BinMorphOperator(Up), BinMorphOperator(Right),
+                               BinMorphOperator(Down)};
+    swBinMorphAgent agents[4] = {{&work, &work, BMBORDER_CLEAR, &ops[0], 1},
+                                 {&work, &work, BMBORDER_CLEAR, &ops[1], 1},
+                                 {&work, &work, BMBORDER_CLEAR, &ops[2], 1},
+                                 {&work, &work, BMBORDER_CLEAR, &ops[3], 1}};
+    for (int round = 0; round < 100; ++round) {
+        int changed = 0;
+        for (auto& agent : agents) {
+            ASSERT_EQ(agent.Go(), 0);
+            changed |= agent.Changed();
+        }
+        if (!changed) return;
     }
-    // Every pixel left was set before.
-    for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 9; ++x)
-            if (work.Row(y)[x]) {
-                EXPECT_EQ(plus[y][x], '#') << x << "," << y;
-            }
+    FAIL() << "thinning did not settle";
+}
+
+TEST(BinMorphAgent, ThinningLeavesTheOnePixelMedialLoopOfARing) {
+    // A square ring 20 x 18 with a 6 x 6 hole: bands 7 pixels wide left and right, 6 above and below.
+    Buffer work(24, 22, EIGHT);
+    for (int y = 2; y < 20; ++y)
+        for (int x = 2; x < 22; ++x) work.Row(y)[x] = (y >= 8 && y < 14 && x >= 9 && x < 15) ? 0 : 1;
+    ThinToConvergence(work);
+    // The loop runs through the middle of each band: columns 5 and 18, rows 5 and 17.
+    for (int y = 0; y < 22; ++y)
+        for (int x = 0; x < 24; ++x) {
+            const bool onLoop =
+                (x >= 5 && x <= 18 && (y == 5 || y == 17)) || (y >= 5 && y <= 17 && (x == 5 || x == 18));
+            ASSERT_EQ(work.Row(y)[x], onLoop ? 1 : 0) << x << "," << y;
+        }
+    // One pixel wide: no 2 x 2 block is set anywhere.
+    for (int y = 0; y + 1 < 22; ++y)
+        for (int x = 0; x + 1 < 24; ++x)
+            EXPECT_FALSE(work.Row(y)[x] && work.Row(y)[x + 1] && work.Row(y + 1)[x] &&
+                         work.Row(y + 1)[x + 1]);
+
+    // Open branches have end pixels, and the tables clear end pixels: a one-pixel plus vanishes.
+    auto plus =
+        Picture({".........", "....#....", "....#....", ".#######.", "....#....", "....#....", "........."});
+    ThinToConvergence(*plus);
+    EXPECT_EQ(Drawing(*plus), std::vector<std::string>(7, "........."));
+    // One pass of Left on a line and a block: ends go, and so does the block's left edge.
+    EXPECT_EQ(Morph({".......", ".#####.", "......."}, Left)[1], "..###..");
+    EXPECT_EQ(Morph({".....", ".###.", ".###.", ".###.", "....."}, Left),
+              (std::vector<std::string>{".....", "..##.", "..##.", "..##.", "....."}));
 }
 
 TEST(BinMorphAgent, FactoriesCheckSizesAndTypes) {
