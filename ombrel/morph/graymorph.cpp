@@ -60,6 +60,9 @@ struct ElemPlan {
     }
 };
 
+// Runs up to this long are read with one load per member; longer ones from doubling minima.
+constexpr int kDirectRunMax = 8;
+
 // Rectangles at least this tall are filtered column-wise by van Herk/Gil-Werman; shorter ones fold rows.
 constexpr int kVanHerkMinHeight = 5;
 
@@ -81,7 +84,9 @@ class Filter {
             return false;
         }
         auto outRow = [&](int y) { return out.Row(outAt.y + y) + outAt.x; };
-        if (_plan.full && _plan.height >= kVanHerkMinHeight)
+        if (SmallRectangle())
+            SmallRectanglePass(outRow, &in == &out && inAt == outAt);
+        else if (_plan.full && _plan.height >= kVanHerkMinHeight)
             RectanglePass(outRow);
         else
             RunsPass(outRow);
@@ -91,14 +96,26 @@ class Filter {
   private:
     static size_t Bytes(int64_t rows, int64_t length) { return static_cast<size_t>(rows * length); }
 
+    // The doubling step a long run is read from: at most kDirectRunMax loads of it cover the run.
+    static unsigned PowerFor(int length) {
+        return std::bit_ceil(static_cast<unsigned>((length + kDirectRunMax - 1) / kDirectRunMax));
+    }
+
+    // Full rectangles this small are filtered down the columns first, straight from the image rows.
+    bool SmallRectangle() const {
+        return _plan.full && _plan.width <= kDirectRunMax && _plan.height <= kDirectRunMax;
+    }
+
     void Reserve() {
-        int powers = 0;
-        while ((2 << powers) <= _plan.lengths.back()) ++powers;
+        const int longest = _plan.lengths.back();
+        const int powers = longest > kDirectRunMax ? std::bit_width(PowerFor(longest)) - 1 : 0;
         _line.assign(_n, _pad);
         _padRow.assign(_n, _pad);
         _powers.resize(Bytes(powers, _n));
         _powerCount = powers;
-        if (_plan.full && _plan.height >= kVanHerkMinHeight) {
+        if (SmallRectangle()) {
+            _ring.resize(Bytes(_plan.height, _w));
+        } else if (_plan.full && _plan.height >= kVanHerkMinHeight) {
             _ring.resize(Bytes(2 * int64_t{_plan.height}, _w));
             _suffix.resize(Bytes(_plan.height, _w));
             _prefix.resize(_w);
@@ -111,6 +128,17 @@ class Filter {
         graymorph::RowJob job;
         job.op = _op, job.a = a, job.b = b, job.d = d;
         graymorph::kRowKernels.Run(_level, 0, count, job);
+    }
+
+    // d[i] = op over the `count` rows; one row is copied.
+    void FoldRows(const uint8_t* const* rows, int count, uint8_t* d, int n) const {
+        if (count == 1) {
+            std::memcpy(d, rows[0], static_cast<size_t>(n));
+            return;
+        }
+        graymorph::FoldJob job;
+        job.op = _op, job.src = rows, job.count = count, job.d = d;
+        graymorph::kFoldKernels.Run(_level, 0, n, job);
     }
 
     uint8_t* Power(int k) { return _powers.data() + Bytes(k - 1, _n); }  // minima over 2^k, k >= 1
@@ -127,15 +155,22 @@ class Filter {
         }
     }
 
-    // dst[x] = min (max) of line[x .. x + length - 1] for x in [0, count), from the doubling rows.
-    void Horizontal(int length, uint8_t* dst, int count) {
-        const int k = std::bit_width(static_cast<unsigned>(length)) - 1;
-        const uint8_t* src = k == 0 ? _line.data() : Power(k);
-        const int rest = length - (1 << k);
-        if (rest == 0)
-            std::memcpy(dst, src, static_cast<size_t>(count));
-        else
-            Op(src, src + rest, dst, count);
+    // dst[x] = min (max) of line[x .. x + length - 1] for x in [0, n): one load per member for short runs,
+    // else a few overlapping loads of the doubling row that covers a block of members.
+    void Horizontal(int length, uint8_t* dst, int n) {
+        if (length <= kDirectRunMax) {
+            const uint8_t* shifted[kDirectRunMax];
+            for (int i = 0; i < length; ++i) shifted[i] = _line.data() + i;
+            FoldRows(shifted, length, dst, n);
+            return;
+        }
+        const int step = static_cast<int>(PowerFor(length));
+        const uint8_t* src = Power(std::bit_width(static_cast<unsigned>(step)) - 1);
+        const uint8_t* covering[kDirectRunMax + 1];
+        int count = 0;
+        for (int offset = 0; offset < length - step; offset += step) covering[count++] = src + offset;
+        covering[count++] = src + length - step;
+        FoldRows(covering, count, dst, n);
     }
 
     // Any element: each image row's run minima of every length are kept in a ring of element-height rows,
@@ -168,13 +203,39 @@ class Filter {
     }
 
     void Fold(const std::vector<const uint8_t*>& sources, uint8_t* out) {
-        if (sources.empty()) {
+        if (sources.empty())
             std::memset(out, _pad, static_cast<size_t>(_w));
-        } else if (sources.size() == 1) {
-            std::memcpy(out, sources[0], static_cast<size_t>(_w));
-        } else {
-            Op(sources[0], sources[1], out, _w);
-            for (size_t s = 2; s < sources.size(); ++s) Op(out, sources[s], out, _w);
+        else
+            FoldRows(sources.data(), static_cast<int>(sources.size()), out, _w);
+    }
+
+    // A small full rectangle: the column minima of each output row's window (read from the image, or in place
+    // from copies of its rows taken before they are overwritten) go into the padded line, and the row
+    // minima of that line are the output.
+    template <class OutRow>
+    void SmallRectanglePass(OutRow outRow, bool inPlace) {
+        const int K = _plan.height;
+        auto copy = [&](int row) { return _ring.data() + Bytes(row % K, _w); };
+        auto image = [&](int row) -> const uint8_t* { return _in->Row(_inAt.y + row) + _inAt.x; };
+        int loaded = -1;
+        const uint8_t* rows[kDirectRunMax];
+        const uint8_t* shifted[kDirectRunMax];
+        for (int i = 0; i < _plan.width; ++i) shifted[i] = _line.data() + i;
+        uint8_t* column = _line.data() + _plan.hotX;
+        for (int y = 0; y < _h; ++y) {
+            const int top = y - _plan.hotY, need = std::min(_h - 1, top + K - 1);
+            while (inPlace && loaded < need) {
+                ++loaded;
+                std::memcpy(copy(loaded), image(loaded), static_cast<size_t>(_w));
+            }
+            int count = 0;
+            for (int row = std::max(top, 0); row <= need; ++row)
+                rows[count++] = inPlace ? copy(row) : image(row);
+            if (count == 0)
+                std::memset(column, _pad, static_cast<size_t>(_w));
+            else
+                FoldRows(rows, count, column, _w);
+            FoldRows(shifted, _plan.width, outRow(y), _w);
         }
     }
 

@@ -21,20 +21,36 @@ struct RowJob {
 
 using RowKernel = int(int begin, int end, const RowJob& job);
 
+// Many rows at once: d[i] = op over k < count of src[k][i] (op minimum or maximum), count >= 1. Shifted
+// pointers into one line give a horizontal run; rows of a ring give a column fold.
+struct FoldJob {
+    uint32_t op = 0;  // kRowMin or kRowMax
+    const uint8_t* const* src = nullptr;
+    int count = 0;
+    uint8_t* d = nullptr;
+};
+
+using FoldKernel = int(int begin, int end, const FoldJob& job);
+
 namespace scalar {
 int Rows(int begin, int end, const RowJob& job);
-}
+int Fold(int begin, int end, const FoldJob& job);
+}  // namespace scalar
 namespace sse2 {
 int Rows(int begin, int end, const RowJob& job);
-}
+int Fold(int begin, int end, const FoldJob& job);
+}  // namespace sse2
 namespace avx2 {
 int Rows(int begin, int end, const RowJob& job);
-}
+int Fold(int begin, int end, const FoldJob& job);
+}  // namespace avx2
 namespace avx512 {
 int Rows(int begin, int end, const RowJob& job);
-}
+int Fold(int begin, int end, const FoldJob& job);
+}  // namespace avx512
 
 extern const KernelFamily<RowKernel> kRowKernels;
+extern const KernelFamily<FoldKernel> kFoldKernels;
 
 // The plain filter pass every faster path must match: in place over the w x h pixels at `image` (rows
 // `pitch` bytes apart), `iterations` times, the minimum (mode 0) or maximum (mode 1) over the member cells

@@ -9,4 +9,8 @@ int Rows(int begin, int end, const RowJob& job) {
     return GrayMorphBody<simd::Avx512>::Rows(begin, end, job);
 }
 
+int Fold(int begin, int end, const FoldJob& job) {
+    return GrayMorphBody<simd::Avx512>::Fold(begin, end, job);
+}
+
 }  // namespace ombrel::graymorph::avx512

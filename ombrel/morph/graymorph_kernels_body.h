@@ -19,6 +19,22 @@ struct GrayMorphBody {
         return i;
     }
 
+    template <class Op>
+    static int FoldWith(int begin, int end, const FoldJob& job, Op op) {
+        int i = begin;
+        for (; i + V::N <= end; i += V::N) {
+            T v = V::load(job.src[0] + i);
+            for (int k = 1; k < job.count; ++k) v = op(v, V::load(job.src[k] + i));
+            V::store(job.d + i, v);
+        }
+        return i;
+    }
+
+    static int Fold(int begin, int end, const FoldJob& job) {
+        if (job.op == kRowMin) return FoldWith(begin, end, job, [](T a, T b) { return V::min8u(a, b); });
+        return FoldWith(begin, end, job, [](T a, T b) { return V::max8u(a, b); });
+    }
+
     static int Rows(int begin, int end, const RowJob& job) {
         switch (job.op) {
             case kRowMin:

@@ -22,9 +22,20 @@ int Rows(int begin, int end, const RowJob& job) {
     return end;
 }
 
+int Fold(int begin, int end, const FoldJob& job) {
+    for (int i = begin; i < end; ++i) {
+        int v = job.src[0][i];
+        for (int k = 1; k < job.count; ++k)
+            v = job.op == kRowMin ? std::min<int>(v, job.src[k][i]) : std::max<int>(v, job.src[k][i]);
+        job.d[i] = static_cast<uint8_t>(v);
+    }
+    return end;
+}
+
 }  // namespace scalar
 
 const KernelFamily<RowKernel> kRowKernels{&scalar::Rows, &sse2::Rows, &avx2::Rows, &avx512::Rows};
+const KernelFamily<FoldKernel> kFoldKernels{&scalar::Fold, &sse2::Fold, &avx2::Fold, &avx512::Fold};
 
 bool PlainPass(const uint8_t* weights, int width, int height, int hotX, int hotY, uint8_t* image, int pitch,
                int w, int h, int mode, int iterations) {

@@ -289,6 +289,16 @@ TEST_P(GrayMorphAtLevel, EachVectorLevelHandlesTheWholeVectorsOfARow) {
         graymorph::kRowKernels.Scalar()(0, stopped, job);
         EXPECT_EQ(vec, ref) << op;
     }
+    const uint8_t* rows[5] = {a.data(), b.data(), a.data() + 3, b.data() + 1, a.data() + 2};
+    for (uint32_t op : {graymorph::kRowMin, graymorph::kRowMax}) {
+        std::vector<uint8_t> vec(n, 0xEE), ref(n, 0xEE);
+        graymorph::FoldJob job{op, rows, 5, vec.data()};
+        const int stopped = graymorph::kFoldKernels.At(Level())(0, n - 3, job);
+        EXPECT_EQ(stopped, (n - 3) / width * width);
+        job.d = ref.data();
+        graymorph::kFoldKernels.Scalar()(0, stopped, job);
+        EXPECT_EQ(vec, ref) << op;
+    }
 }
 
 OMBREL_INSTANTIATE_ISA_LEVELS(GrayMorphAtLevel);
