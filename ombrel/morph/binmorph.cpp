@@ -5,6 +5,7 @@
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <vector>
@@ -226,12 +227,11 @@ class PassRunner {
                 _lutBytes[c / 8] |= static_cast<uint8_t>(1 << (c % 8));
     }
 
-    // Line storage for rows of up to `width` pixels; false when there is no memory.
+    // Storage for the 3-bit codes of rows of up to `width` pixels; false when there is no memory.
     bool Reserve(int width) {
         try {
-            const size_t stride = static_cast<size_t>(width) + 2;
-            _stride = stride;
-            _lines.assign(stride * 4, _border);
+            _stride = static_cast<size_t>(width);
+            _triples.assign(_stride * 4, _border ? 7 : 0);
             return true;
         } catch (const std::bad_alloc&) {
             return false;
@@ -241,43 +241,52 @@ class PassRunner {
     // One pass; returns the set-pixel count.
     int64_t Pass(const PassArea& a) {
         const uint32_t zeroLut[16] = {};
-        uint8_t* slot[3] = {Line(0), Line(1), Line(2)};
-        const uint8_t* borderRow = Line(3);
-        std::fill(Line(3) - 1, Line(3) + a.w + 1, _border);
-        auto load = [&](uint8_t* line, int row) {
-            line[-1] = _border;
-            std::memcpy(line, a.in->Row(a.inAt.y + row) + a.inAt.x, static_cast<size_t>(a.w));
-            line[a.w] = _border;
-            return line;
+        const Isa level = ActiveIsa();
+        uint8_t* slot[3] = {Slot(0), Slot(1), Slot(2)};
+        const uint8_t* borderRow = Slot(3);  // a row outside the rectangle: every bit the border value
+        auto image = [&](int row) { return a.in->Row(a.inAt.y + row) + a.inAt.x; };
+        // Row r's codes live in slot r % 3, made before any row they border is written.
+        auto codes = [&](int row) -> const uint8_t* {
+            if (row >= a.h) return borderRow;
+            const uint8_t* src = image(row);
+            uint8_t* t = slot[row % 3];
+            const int b = _border, w = a.w;
+            t[0] = static_cast<uint8_t>((w > 1 ? src[1] & 1 : b) | (src[0] & 1) << 1 | b << 2);
+            if (w > 1) t[w - 1] = static_cast<uint8_t>(b | (src[w - 1] & 1) << 1 | (src[w - 2] & 1) << 2);
+            if (w > 2) {
+                binmorph::TripleJob job;
+                job.row = src, job.t = t;
+                binmorph::kTripleKernels.Run(level, 1, w - 1, job);
+            }
+            return t;
         };
         const uint8_t* up = borderRow;
-        const uint8_t* mid = load(slot[0], 0);
-        const uint8_t* down = a.h > 1 ? load(slot[1], 1) : borderRow;
+        const uint8_t* mid = codes(0);
+        const uint8_t* down = codes(1);
         uint64_t count = 0;
-        const Isa level = ActiveIsa();
         for (int y = 0; y < a.h; ++y) {
             binmorph::RowJob job;
             job.up = up, job.mid = mid, job.down = down;
+            job.centre = image(y);
             job.d = a.out->Row(a.outAt.y + y) + a.outAt.x;
             job.lut = _lut != nullptr ? _lut : zeroLut;
             job.lutBytes = _lutBytes;
             job.count = &count;
             binmorph::kRowKernels.Run(level, 0, a.w, job);
-            // Row r lives in slot r % 3: the row above (now done with) leaves its slot to the row two below.
             up = mid, mid = down;
-            down = y + 2 < a.h ? load(slot[(y + 2) % 3], y + 2) : borderRow;
+            down = codes(y + 2);
         }
         return static_cast<int64_t>(count);
     }
 
   private:
-    uint8_t* Line(int i) { return _lines.data() + _stride * static_cast<size_t>(i) + 1; }
+    uint8_t* Slot(int i) { return _triples.data() + _stride * static_cast<size_t>(i); }
 
     const uint32_t* _lut;
     uint8_t _border;
     uint8_t _lutBytes[64] = {};
     size_t _stride = 0;
-    std::vector<uint8_t> _lines;
+    std::vector<uint8_t> _triples;
 };
 
 bool SameRows(const Buffer& a, const Buffer& b, int w, int h) {

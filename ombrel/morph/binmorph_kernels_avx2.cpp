@@ -5,6 +5,10 @@
 
 namespace ombrel::binmorph::avx2 {
 
+int Triples(int begin, int end, const TripleJob& job) {
+    return BinMorphBody<simd::Avx2>::Triples(begin, end, job);
+}
+
 int Row(int begin, int end, const RowJob& job) {
     return BinMorphBody<simd::Avx2>::Row(begin, end, job);
 }

@@ -5,6 +5,10 @@
 
 namespace ombrel::binmorph::avx512 {
 
+int Triples(int begin, int end, const TripleJob& job) {
+    return BinMorphBody<simd::Avx512>::Triples(begin, end, job);
+}
+
 int Row(int begin, int end, const RowJob& job) {
     return BinMorphBody<simd::Avx512>::Row(begin, end, job);
 }

@@ -257,6 +257,20 @@ TEST(BinMorphAgent, FactoriesCheckSizesAndTypes) {
     EXPECT_EQ(recorder.Count(), 0u);
 }
 
+TEST(BinMorphAgent, InPlaceAndShiftedWithinOneBufferAsFromACopy) {
+    BinMorphOperator op(KeepSquareOrDiagonal);
+    for (Point at : {Point{0, 0}, Point{2, 3}, Point{0, 1}}) {
+        auto image = RandomBinary(40, 20, 9);
+        Buffer copy(*image);
+        Buffer apart(*image);
+        swBinMorphAgent inPlace(image.get(), image.get(), at, ROI(35, 15), BMBORDER_SET, &op, 1);
+        swBinMorphAgent fromCopy(&copy, &apart, at, ROI(35, 15), BMBORDER_SET, &op, 1);
+        ASSERT_EQ(inPlace.Go(), 0);
+        ASSERT_EQ(fromCopy.Go(), 0);
+        EXPECT_EQ(Pixels(*image), Pixels(apart)) << at.x << "," << at.y;
+    }
+}
+
 TEST(BinMorphAgent, RegionsOverTheEdgeAreClipped) {
     auto src = RandomBinary(20, 10, 3);
     auto dst = testing::FilledImage(20, 10, 0);
@@ -326,12 +340,22 @@ TEST_P(BinMorphAtLevel, EachVectorLevelHandlesTheWholeVectorsOfARow) {
     const binmorph::RowKernel* kernel = binmorph::kRowKernels.At(Level());
     if (Level() == Isa::Scalar || !binmorph::kRowKernels.HasOwnKernel(Level()))
         GTEST_SKIP() << "no vector kernel of its own at this level";
-    const int n = 64 * 3 + 13;
+    const int n = 64 * 3 + 13, width = Level() == Isa::Avx2 ? 32 : 64;
     std::mt19937 rng(5);
-    std::vector<uint8_t> lines[3];
-    for (auto& line : lines) {
-        line.resize(n + 2);
-        for (auto& v : line) v = static_cast<uint8_t>(rng() % 4);
+    std::vector<uint8_t> row(n + 2), codes[3], centre(n);
+    for (auto& v : row) v = static_cast<uint8_t>(rng() % 4);
+    for (auto& v : centre) v = static_cast<uint8_t>(rng() % 4);
+    // Triples: the vector level's codes equal the reference's over the vectors it took.
+    std::vector<uint8_t> vecT(n, 0xEE), refT(n, 0xEE);
+    binmorph::TripleJob triple{row.data() + 1, vecT.data()};
+    const int tripleStop = binmorph::kTripleKernels.At(Level())(0, n, triple);
+    EXPECT_EQ(tripleStop, n / width * width);
+    triple.t = refT.data();
+    binmorph::kTripleKernels.Scalar()(0, tripleStop, triple);
+    EXPECT_EQ(vecT, refT);
+    for (auto& c : codes) {
+        c.resize(n);
+        for (auto& v : c) v = static_cast<uint8_t>(rng() % 8);
     }
     BinMorphOperator op(TFP);
     uint8_t lutBytes[64] = {};
@@ -339,19 +363,13 @@ TEST_P(BinMorphAtLevel, EachVectorLevelHandlesTheWholeVectorsOfARow) {
         if (op.Bmo(c)) lutBytes[c / 8] |= static_cast<uint8_t>(1 << (c % 8));
     std::vector<uint8_t> vec(n, 0xEE), ref(n, 0xEE);
     uint64_t vecCount = 0, refCount = 0;
-    binmorph::RowJob job{lines[0].data() + 1,
-                         lines[1].data() + 1,
-                         lines[2].data() + 1,
-                         vec.data(),
-                         op.Lut(),
-                         lutBytes,
-                         &vecCount};
+    binmorph::RowJob job{codes[0].data(), codes[1].data(), codes[2].data(), centre.data(),
+                         vec.data(),      op.Lut(),        lutBytes,        &vecCount};
     const int stopped = kernel(0, n, job);
-    const int width = Level() == Isa::Avx2 ? 32 : 64;
     EXPECT_EQ(stopped, n / width * width);
     job.d = ref.data(), job.count = &refCount;
     binmorph::kRowKernels.Scalar()(0, stopped, job);
-    EXPECT_TRUE(std::equal(vec.begin(), vec.begin() + stopped, ref.begin()));
+    EXPECT_EQ(vec, ref);
     EXPECT_EQ(vecCount, refCount);
 }
 
