@@ -105,6 +105,41 @@ void RunBlob(Bytes& in) {
         for (int feature = 0; feature <= 65; ++feature) blob->GetFeat(feature);
 }
 
+void RunBinMorph(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
+    auto dst = in.Flag() ? std::make_unique<ombrel::Buffer>(src.get(), src->Width(), src->Height())
+                         : Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    unsigned lut[16];
+    for (unsigned& word : lut) word = static_cast<unsigned>(in.Int(0, 65535)) * 65537u;
+    ombrel::BinMorphOperator predefined(static_cast<ombrel::BinMorphOpCode>(in.Int(-2, 20))), own(lut);
+    // Bounded: an operation that never settles runs every pass it is given.
+    std::unique_ptr<ombrel::BinMorphAgent> agent(ombrel::BinMorphFact(
+        src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+        static_cast<ombrel::BMBORDER>(in.Int(0, 1)), in.Flag() ? &predefined : &own, in.Int(-2, 9)));
+    if (!agent) return;
+    agent->Go();
+    agent->Go(in.Flag() ? nullptr : &own);
+}
+
+void RunGrayMorph(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE), dst = Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    const int w = in.Int(-1, 30), h = in.Int(-1, 30);
+    std::vector<unsigned char> weights(static_cast<size_t>(w > 0 && h > 0 ? w * h : 0));
+    for (auto& v : weights) v = in.Flag() ? 255 : 0;
+    ombrel::GrayMorphElem element(in.Int(-3, 33), in.Int(-3, 33), w, h,
+                                  weights.empty() ? nullptr : weights.data());
+    if (in.Flag()) element.SetElementDims(in.Int(-1, 12), in.Int(-1, 12));
+    std::unique_ptr<ombrel::GrayMorphAgent> agent(ombrel::GrayMorphFact(
+        src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+        static_cast<ombrel::GRAYMORPHOP>(in.Int(-1, 8)), static_cast<ombrel::GMPOLARITY>(in.Int(0, 3)),
+        in.Int(-2, 4), in.Flag() ? &element : nullptr));
+    if (agent) agent->Go();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -116,7 +151,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     (void)quiet;
     Bytes in(data, size);
-    switch (in.Int(0, 3)) {
+    switch (in.Int(0, 5)) {
         case 0:
             RunArith(in);
             break;
@@ -125,6 +160,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         case 2:
             RunMask(in);
+            break;
+        case 3:
+            RunBinMorph(in);
+            break;
+        case 4:
+            RunGrayMorph(in);
             break;
         default:
             RunBlob(in);
