@@ -5,3 +5,4 @@
 #include "ombrel/framework/framework.h"
 #include "ombrel/pixelops/pixelops.h"
 #include "ombrel/morph/morph.h"
+#include "ombrel/tools/tools.h"
