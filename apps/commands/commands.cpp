@@ -11,12 +11,13 @@ CommandRun AddHistCommand(CLI::App& program);
 CommandRun AddMaskCommand(CLI::App& program);
 CommandRun AddBinMorphCommand(CLI::App& program);
 CommandRun AddGrayMorphCommand(CLI::App& program);
+CommandRun AddBreakCommand(CLI::App& program);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", AddDemoCommand},           {"arith", AddArithCommand}, {"blob", AddBlobCommand},
         {"hist", AddHistCommand},           {"mask", AddMaskCommand},   {"binmorph", AddBinMorphCommand},
-        {"graymorph", AddGrayMorphCommand},
+        {"graymorph", AddGrayMorphCommand}, {"break", AddBreakCommand},
     };
     return commands;
 }

@@ -135,5 +135,33 @@ TEST_F(MorphProgram, BadElementsAndOptionsGiveOneClearLine) {
         EXPECT_NE(_out.find(text), std::string::npos) << text;
 }
 
+TEST_F(MorphProgram, BreakFindsTheGapOfACutLine) {
+    cv::Mat golden(12, 40, CV_8U, cv::Scalar(0)), trace;
+    cv::line(golden, {4, 5}, {35, 5}, cv::Scalar(255));
+    trace = golden.clone();
+    trace(cv::Rect(18, 5, 5, 1)) = 0;
+    cv::imwrite(P("golden.png"), golden);
+    cv::imwrite(P("trace.png"), trace);
+    ASSERT_EQ(Ombrel("break " + P("trace.png") + " " + P("golden.png") + " -t " + P("golden.png") + " -o " +
+                     P("breaks") + " --json " + P("b.json")),
+              0)
+        << _err;
+    const json record = json::parse(Slurp(P("b.json")));
+    const std::string text = record.dump();
+    EXPECT_NE(text.find("\"break_pixels\":1"), std::string::npos) << text;
+    EXPECT_NE(text.find("\"break_pixels\":0"), std::string::npos) << text;
+    EXPECT_NE(text.find("{\"x\":21,\"y\":5}"), std::string::npos) << text;
+    EXPECT_EQ(cv::countNonZero(cv::imread(P("breaks/trace-breaks.png"), cv::IMREAD_GRAYSCALE)), 1);
+
+    EXPECT_NE(Ombrel("break " + P("trace.png") + " -t " + P("in.pgm") + " -o " + P("x.png")), 0);
+    EXPECT_NE(
+        _err.find("ombrel break: " + P("trace.png") + ": the image is 40 x 12 but the template 53 x 37"),
+        std::string::npos)
+        << _err;
+    ASSERT_EQ(Ombrel("break --help"), 0);
+    for (const char* option : {"--template", "--iterations", "--border", "--binarize-mask", "Example"})
+        EXPECT_NE(_out.find(option), std::string::npos) << option;
+}
+
 }  // namespace
 }  // namespace ombrel
