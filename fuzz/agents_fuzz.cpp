@@ -140,6 +140,35 @@ void RunGrayMorph(Bytes& in) {
     if (agent) agent->Go();
 }
 
+void RunBreak(Bytes& in) {
+    auto image = Image(in, ombrel::EIGHT), templ = Image(in, ombrel::EIGHT);
+    auto dilated = in.Flag() ? Image(in, ombrel::EIGHT) : std::make_unique<ombrel::Buffer>(*image);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    const auto border = static_cast<ombrel::BMBORDER>(in.Int(0, 1));
+    const int iterations = in.Int(-1, 5), xorMode = in.Int(0, 1);
+    std::unique_ptr<ombrel::BreakAgent> agent;
+    std::vector<ombrel::Buffer*> images{image.get(), dilated.get()}, templates{templ.get(), image.get()},
+        dilateds{dilated.get(), templ.get()};
+    if (in.Flag()) templates.resize(static_cast<size_t>(in.Int(0, 2)));
+    switch (in.Int(0, 2)) {
+        case 0:
+            agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(),
+                                                         ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+                                                         border, iterations, xorMode);
+            break;
+        case 1:
+            agent = std::make_unique<ombrel::BreakAgent>(&images, &templates, &dilateds, border, iterations,
+                                                         xorMode);
+            break;
+        default:
+            agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(), border,
+                                                         iterations, xorMode);
+            break;
+    }
+    if (agent->Go() == 0) agent->PostGo();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -151,7 +180,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     (void)quiet;
     Bytes in(data, size);
-    switch (in.Int(0, 5)) {
+    switch (in.Int(0, 6)) {
         case 0:
             RunArith(in);
             break;
@@ -166,6 +195,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
         case 4:
             RunGrayMorph(in);
+            break;
+        case 5:
+            RunBreak(in);
             break;
         default:
             RunBlob(in);

@@ -37,6 +37,11 @@
 // part of the region inside both buffers, and the clipped rectangle is the one whose outside reads the
 // border value; with nothing inside, no pixel is touched. Buffers that are not 8-bit are not touched.
 // A null operator, or one without a table, writes 0 for every pixel that is not frozen.
+//
+// Speed: each row is reduced once to 3-bit codes shared by the three output rows that read it; at AVX2 and
+// AVX-512 the table is read with byte shuffles for a whole vector of pixels at once (SSE2 has no byte
+// shuffle and runs the scalar reference). Iterations alternate between the destination and one temporary
+// buffer; nothing is allocated per pass.
 #pragma once
 #include <cstdint>
 

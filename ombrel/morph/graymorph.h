@@ -26,10 +26,11 @@
 // rectangle is the one whose outside reads as padding. With nothing inside, or buffers that are not 8-bit,
 // no pixel is touched. When the filter passes cannot get their line memory the status becomes 4003.
 //
-// Speed (the bytes are those above on every path): an element that is a full rectangle is filtered
-// separably, rows by doubling minima (log2(width) steps) and columns by van Herk/Gil-Werman (three steps per
-// pixel whatever the height); other elements are cut into horizontal runs of members, each row of runs read
-// from doubling minima of its length and folded with vector min/max.
+// Speed (the bytes are those above on every path): a full rectangle up to 8 x 8 is filtered down the columns
+// straight from the image rows and then along the row; a taller full rectangle is filtered along the rows and
+// then down the columns by van Herk/Gil-Werman (three row operations per pixel whatever the height); any other
+// element is cut into horizontal runs of members whose minima are kept per image row and folded. Runs up to
+// 8 long take one vector load per member, longer ones a few overlapping loads of a doubling row.
 #pragma once
 #include <cstdint>
 #include <cstdio>
