@@ -5,3 +5,5 @@
 #include "ombrel/framework/framework.h"
 #include "ombrel/gradients/gradients.h"
 #include "ombrel/pixelops/pixelops.h"
+#include "ombrel/morph/morph.h"
+#include "ombrel/tools/tools.h"

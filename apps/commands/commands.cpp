@@ -12,12 +12,17 @@ CommandRun AddMaskCommand(CLI::App& program);
 CommandRun AddProjectCommand(CLI::App& program);
 CommandRun AddAverageCommand(CLI::App& program);
 CommandRun AddSobelCommand(CLI::App& program);
+CommandRun AddBinMorphCommand(CLI::App& program);
+CommandRun AddGrayMorphCommand(CLI::App& program);
+CommandRun AddBreakCommand(CLI::App& program);
 
+// One line per subcommand, in the order `ombrel --help` lists them.
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
-        {"demo", AddDemoCommand},       {"arith", AddArithCommand}, {"blob", AddBlobCommand},
-        {"hist", AddHistCommand},       {"mask", AddMaskCommand},   {"project", AddProjectCommand},
-        {"average", AddAverageCommand}, {"sobel", AddSobelCommand},
+        {"demo", AddDemoCommand},         {"arith", AddArithCommand},         {"hist", AddHistCommand},
+        {"mask", AddMaskCommand},         {"project", AddProjectCommand},     {"average", AddAverageCommand},
+        {"binmorph", AddBinMorphCommand}, {"graymorph", AddGrayMorphCommand}, {"blob", AddBlobCommand},
+        {"sobel", AddSobelCommand},       {"break", AddBreakCommand},
     };
     return commands;
 }

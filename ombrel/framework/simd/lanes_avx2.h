@@ -100,6 +100,12 @@ struct Avx2 {
         const T words = _mm256_i32gather_epi32(reinterpret_cast<const int*>(table), idx, 1);
         return _mm256_and_si256(words, _mm256_set1_epi32(0xFF));
     }
+    // Byte shuffle within each 128-bit lane: byte i is t[idx[i] & 15] of its lane, 0 where idx[i] has bit 7.
+    static T shuffle8(T t, T idx) { return _mm256_shuffle_epi8(t, idx); }
+    // 16 bytes repeated in every 128-bit lane (a table for shuffle8).
+    static T broadcast16(const uint8_t* p) {
+        return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
 };
 
 }  // namespace

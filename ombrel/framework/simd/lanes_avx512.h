@@ -104,6 +104,12 @@ struct Avx512 {
         const T words = _mm512_i32gather_epi32(idx, table, 1);
         return _mm512_and_si512(words, _mm512_set1_epi32(0xFF));
     }
+    // Byte shuffle within each 128-bit lane: byte i is t[idx[i] & 15] of its lane, 0 where idx[i] has bit 7.
+    static T shuffle8(T t, T idx) { return _mm512_shuffle_epi8(t, idx); }
+    // 16 bytes repeated in every 128-bit lane (a table for shuffle8).
+    static T broadcast16(const uint8_t* p) {
+        return _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
 };
 
 }  // namespace
