@@ -105,6 +105,26 @@ void RunBlob(Bytes& in) {
         for (int feature = 0; feature <= 65; ++feature) blob->GetFeat(feature);
 }
 
+void RunDecimate(Bytes& in) {
+    auto src = Image(in, ombrel::EIGHT), dst = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE);
+    const ombrel::Rect r{in.Int(-8, 50), in.Int(-8, 50), in.Int(-8, 60), in.Int(-8, 60)};
+    const auto step = static_cast<ombrel::PixelStep>(in.Int(-1, 3));
+    std::unique_ptr<ombrel::DecimateAgent> agent(
+        in.Flag() ? ombrel::DecimateFact(src.get(), dst.get(), r, step)
+                  : ombrel::DecimateFact(in.Flag() ? src.get() : nullptr, dst.get(), step));
+    if (agent) agent->Go();
+}
+
+void RunTranspose(Bytes& in) {
+    auto src = Image(in, ombrel::EIGHT), dst = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    const auto op = static_cast<ombrel::TransOpType>(in.Int(-1, 6));
+    std::unique_ptr<ombrel::TransposeAgent> agent(
+        ombrel::TransposeFact(src.get(), dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi, op));
+    if (agent) agent->Go();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -116,7 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     (void)quiet;
     Bytes in(data, size);
-    switch (in.Int(0, 3)) {
+    switch (in.Int(0, 5)) {
         case 0:
             RunArith(in);
             break;
@@ -126,8 +146,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 2:
             RunMask(in);
             break;
-        default:
+        case 3:
             RunBlob(in);
+            break;
+        case 4:
+            RunDecimate(in);
+            break;
+        default:
+            RunTranspose(in);
             break;
     }
     ombrel::SetBlobMaxPoolSize(512);

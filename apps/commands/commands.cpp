@@ -9,11 +9,14 @@ CommandRun AddArithCommand(CLI::App& program);
 CommandRun AddBlobCommand(CLI::App& program);
 CommandRun AddHistCommand(CLI::App& program);
 CommandRun AddMaskCommand(CLI::App& program);
+CommandRun AddDecimateCommand(CLI::App& program);
+CommandRun AddTransposeCommand(CLI::App& program);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
-        {"demo", AddDemoCommand}, {"arith", AddArithCommand}, {"blob", AddBlobCommand},
-        {"hist", AddHistCommand}, {"mask", AddMaskCommand},
+        {"demo", AddDemoCommand},           {"arith", AddArithCommand}, {"blob", AddBlobCommand},
+        {"hist", AddHistCommand},           {"mask", AddMaskCommand},   {"decimate", AddDecimateCommand},
+        {"transpose", AddTransposeCommand},
     };
     return commands;
 }
