@@ -6,11 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
@@ -127,7 +127,9 @@ TEST_F(GeometryCommands, BadInputsGiveOneClearLineAndAStatus) {
         std::string err;
         EXPECT_EQ(Ombrel(c.args, &err), c.status) << c.args << "\n" << err;
         EXPECT_NE(err.find(c.message), std::string::npos) << c.args << "\n" << err;
-        if (c.status == 1) EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << c.args << "\n" << err;
+        if (c.status == 1) {  // option errors are CLI11's, with its hint line
+            EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << c.args << "\n" << err;
+        }
     }
 }
 
