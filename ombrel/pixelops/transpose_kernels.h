@@ -46,8 +46,11 @@ using LineKernel = int(int begin, int end, const LineJob& job);
 OMBREL_TRANSPOSE_LEVEL(scalar)
 OMBREL_TRANSPOSE_LEVEL(sse2)
 OMBREL_TRANSPOSE_LEVEL(avx2)
-OMBREL_TRANSPOSE_LEVEL(avx512)
 #undef OMBREL_TRANSPOSE_LEVEL
+namespace avx512 {  // no quarter-turn tile at this level
+int Reverse(int begin, int end, const LineJob& job);
+int Copy(int begin, int end, const LineJob& job);
+}  // namespace avx512
 
 extern const KernelFamily<TileKernel> kTileKernels;
 extern const KernelFamily<LineKernel> kReverseKernels;

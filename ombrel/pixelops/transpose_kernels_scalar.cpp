@@ -24,7 +24,10 @@ int Copy(int begin, int end, const LineJob& job) {
 
 }  // namespace scalar
 
-const KernelFamily<TileKernel> kTileKernels{&scalar::Tile, &sse2::Tile, &avx2::Tile, &avx512::Tile};
+// Quarter turns have no AVX-512 level: the agent turns blocks of 32 columns (see transpose.cpp), so a
+// 64-column tile would never run.
+
+const KernelFamily<TileKernel> kTileKernels{&scalar::Tile, &sse2::Tile, &avx2::Tile, nullptr};
 const KernelFamily<LineKernel> kReverseKernels{&scalar::Reverse, &sse2::Reverse, &avx2::Reverse,
                                                &avx512::Reverse};
 const KernelFamily<LineKernel> kCopyKernels{&scalar::Copy, &sse2::Copy, &avx2::Copy, &avx512::Copy};
