@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <new>
+#include <vector>
 
 #include "ombrel/framework/factory.h"
 #include "ombrel/framework/hal.h"
@@ -89,6 +91,18 @@ int swDecimateAgent::Go() {
     // level can start on the rest of the row.
     const int head = firstX + cols.lo * step < 1 ? lo + 1 : lo;
     const Isa level = ActiveIsa();
+    // Step 1 goes through a row of column sums, from the first output's left neighbour to the last one's
+    // right neighbour; without memory for it, the one-pass kernels give the same bytes.
+    std::vector<uint16_t> sums;
+    const int64_t sumBase = std::max<int64_t>(0, firstX + cols.lo - 1);
+    const int64_t sumEnd = std::min(lastX, firstX + cols.hi);  // inclusive
+    if (step == 1) {
+        try {
+            sums.resize(static_cast<size_t>(sumEnd - sumBase + 1));
+        } catch (const std::bad_alloc&) {
+            sums.clear();
+        }
+    }
     for (int64_t j = rows.lo; j < rows.hi; ++j) {
         const int64_t y = firstY + j * step;
         decimate::RowJob job;
@@ -99,6 +113,15 @@ int swDecimateAgent::Go() {
         job.last = lastX;
         job.step = step;
         job.d = _dstBuf->Row(static_cast<int>(j));
+        if (!sums.empty()) {
+            const decimate::ColumnJob columns{job.up + sumBase, job.mid + sumBase, job.down + sumBase,
+                                              sums.data()};
+            decimate::kColumnSumKernels.Run(level, 0, static_cast<int>(sums.size()), columns);
+            const decimate::SumRowJob fromSums{sums.data(), sumBase, firstX, lastX, job.d};
+            if (head > lo) decimate::kStepOneKernels.Run(level, lo, head, fromSums);
+            decimate::kStepOneKernels.Run(level, head, hi, fromSums);
+            continue;
+        }
         if (head > lo) decimate::kRowKernels.Run(level, lo, head, job);
         decimate::kRowKernels.Run(level, head, hi, job);
     }

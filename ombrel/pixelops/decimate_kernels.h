@@ -25,21 +25,44 @@ struct RowJob {
     uint8_t* d = nullptr;
 };
 
-using RowKernel = int(int begin, int end, const RowJob& job);
+// Step 1 goes in two passes, since every source column is then a neighbour three times over. First the
+// column sums of three rows: v[i] = up[i] + 2 mid[i] + down[i] for i in [begin, end), all four pointers at
+// the span's first column.
+struct ColumnJob {
+    const uint8_t* up = nullptr;
+    const uint8_t* mid = nullptr;
+    const uint8_t* down = nullptr;
+    uint16_t* v = nullptr;
+};
 
-namespace scalar {
-int Row(int begin, int end, const RowJob& job);
-}
-namespace sse2 {
-int Row(int begin, int end, const RowJob& job);
-}
-namespace avx2 {
-int Row(int begin, int end, const RowJob& job);
-}
-namespace avx512 {
-int Row(int begin, int end, const RowJob& job);
-}
+// Then the outputs of step 1 from those sums: output i is at column x = first + i, its neighbours x - 1
+// (0 when x < 1) and min(x + 1, last), and `v` holds the sum of column `base` (no neighbour lies before it).
+struct SumRowJob {
+    const uint16_t* v = nullptr;
+    int64_t base = 0;
+    int64_t first = 0;
+    int64_t last = 0;
+    uint8_t* d = nullptr;
+};
+
+using RowKernel = int(int begin, int end, const RowJob& job);
+using ColumnKernel = int(int begin, int end, const ColumnJob& job);
+using SumRowKernel = int(int begin, int end, const SumRowJob& job);
+
+#define OMBREL_DECIMATE_LEVEL(isa)                                 \
+    namespace isa {                                                \
+    int Row(int begin, int end, const RowJob& job);                \
+    int ColumnSums(int begin, int end, const ColumnJob& job);      \
+    int StepOneFromSums(int begin, int end, const SumRowJob& job); \
+    }
+OMBREL_DECIMATE_LEVEL(scalar)
+OMBREL_DECIMATE_LEVEL(sse2)
+OMBREL_DECIMATE_LEVEL(avx2)
+OMBREL_DECIMATE_LEVEL(avx512)
+#undef OMBREL_DECIMATE_LEVEL
 
 extern const KernelFamily<RowKernel> kRowKernels;
+extern const KernelFamily<ColumnKernel> kColumnSumKernels;
+extern const KernelFamily<SumRowKernel> kStepOneKernels;
 
 }  // namespace ombrel::decimate

@@ -49,6 +49,36 @@ struct DecimateBody {
         return Horizontal(left, centre, right);
     }
 
+    // v = up + 2 mid + down, N / 2 columns per vector.
+    static int ColumnSums(int begin, int end, const ColumnJob& job) {
+        constexpr int H = V::N / 2;
+        int i = begin;
+        for (; i + H <= end; i += H) {
+            const T sums =
+                Vertical(V::load8to16(job.up + i), V::load8to16(job.mid + i), V::load8to16(job.down + i));
+            V::store(reinterpret_cast<uint8_t*>(job.v + i), sums);
+        }
+        return i;
+    }
+
+    static T SumsAt(const SumRowJob& job, int64_t x) {
+        return V::load(reinterpret_cast<const uint8_t*>(job.v + (x - job.base)));
+    }
+
+    // Step 1 from column sums: N outputs from the sums at x - 1, x and x + 1, two vectors of each.
+    static int StepOneFromSums(int begin, int end, const SumRowJob& job) {
+        constexpr int H = V::N / 2;
+        int i = begin;
+        if (job.first + i < 1) return i;  // the left neighbour would be clamped
+        for (; i + V::N <= end && job.first + i + V::N <= job.last; i += V::N) {
+            const int64_t x = job.first + i;
+            const T lo = Horizontal(SumsAt(job, x - 1), SumsAt(job, x), SumsAt(job, x + 1));
+            const T hi = Horizontal(SumsAt(job, x - 1 + H), SumsAt(job, x + H), SumsAt(job, x + 1 + H));
+            V::store(job.d + i, V::packus16seq(lo, hi));
+        }
+        return i;
+    }
+
     static int Row(int begin, int end, const RowJob& job) {
         const int64_t step = job.step;
         if (step != 1 && step != 2) return begin;

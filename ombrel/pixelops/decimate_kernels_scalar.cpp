@@ -21,8 +21,29 @@ int Row(int begin, int end, const RowJob& job) {
     return end;
 }
 
+int ColumnSums(int begin, int end, const ColumnJob& job) {
+    for (int i = begin; i < end; ++i)
+        job.v[i] = static_cast<uint16_t>(job.up[i] + 2 * job.mid[i] + job.down[i]);
+    return end;
+}
+
+int StepOneFromSums(int begin, int end, const SumRowJob& job) {
+    for (int i = begin; i < end; ++i) {
+        const int64_t x = job.first + i;
+        const int64_t l = x >= 1 ? x - 1 : 0;
+        const int64_t r = std::min(x + 1, job.last);
+        const int sum = job.v[l - job.base] + 2 * job.v[x - job.base] + job.v[r - job.base];
+        job.d[i] = static_cast<uint8_t>(sum >> 4);
+    }
+    return end;
+}
+
 }  // namespace scalar
 
 const KernelFamily<RowKernel> kRowKernels{&scalar::Row, &sse2::Row, &avx2::Row, &avx512::Row};
+const KernelFamily<ColumnKernel> kColumnSumKernels{&scalar::ColumnSums, &sse2::ColumnSums, &avx2::ColumnSums,
+                                                   &avx512::ColumnSums};
+const KernelFamily<SumRowKernel> kStepOneKernels{&scalar::StepOneFromSums, &sse2::StepOneFromSums,
+                                                 &avx2::StepOneFromSums, &avx512::StepOneFromSums};
 
 }  // namespace ombrel::decimate

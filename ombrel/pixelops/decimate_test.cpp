@@ -109,6 +109,21 @@ TEST_P(DecimateIsa, EachVectorLevelHandlesTheWholeVectorsOfARow) {
         job.first = 0;
         EXPECT_EQ(decimate::kRowKernels.At(Level())(0, 200, job), 0);
     }
+    // The two passes of step 1: column sums, then outputs from them.
+    std::vector<uint16_t> sums(600, 0), sumsReference(600, 0);
+    decimate::ColumnJob columns{src->Row(0), src->Row(1), src->Row(2), sums.data()};
+    const int summed = decimate::kColumnSumKernels.At(Level())(0, 600, columns);
+    EXPECT_GT(summed, 600 - 32);
+    columns.v = sumsReference.data();
+    decimate::kColumnSumKernels.Scalar()(0, 600, columns);
+    EXPECT_TRUE(std::equal(sums.begin(), sums.begin() + summed, sumsReference.begin()));
+    std::vector<uint8_t> ours(200, 0), reference(200, 0);
+    decimate::SumRowJob fromSums{sumsReference.data(), 0, 1, 599, ours.data()};
+    const int handled = decimate::kStepOneKernels.At(Level())(0, 200, fromSums);
+    EXPECT_GT(handled, 200 - 64);
+    fromSums.d = reference.data();
+    decimate::kStepOneKernels.Scalar()(0, handled, fromSums);
+    EXPECT_EQ(ours, reference);
 }
 
 OMBREL_INSTANTIATE_ISA_LEVELS(DecimateIsa);

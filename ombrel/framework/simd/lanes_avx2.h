@@ -83,6 +83,10 @@ struct Avx2 {
         const __m128i part = lane == 0 ? _mm256_castsi256_si128(x) : _mm256_extracti128_si256(x, 1);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), part);
     }
+    // N / 2 bytes at p, zero-extended to 16-bit lanes in order.
+    static T load8to16(const uint8_t* p) {
+        return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
     template <int k>
     static T srli16(T x) {
         return _mm256_srli_epi16(x, k);

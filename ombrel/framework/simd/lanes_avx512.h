@@ -103,6 +103,10 @@ struct Avx512 {
         }
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), part);
     }
+    // N / 2 bytes at p, zero-extended to 16-bit lanes in order.
+    static T load8to16(const uint8_t* p) {
+        return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+    }
     template <int k>
     static T srli16(T x) {
         return _mm512_srli_epi16(x, k);

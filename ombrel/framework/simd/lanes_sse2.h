@@ -86,6 +86,10 @@ struct Sse2 {
     static T packus16seq(T x, T y) { return _mm_packus_epi16(x, y); }
     // Stores the 16 bytes of 128-bit lane `lane` (0 .. kLanes128 - 1) of x.
     static void storeLane128(uint8_t* p, T x, int) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), x); }
+    // N / 2 bytes at p, zero-extended to 16-bit lanes in order.
+    static T load8to16(const uint8_t* p) {
+        return _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128());
+    }
     template <int k>
     static T srli16(T x) {
         return _mm_srli_epi16(x, k);
