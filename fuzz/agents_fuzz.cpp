@@ -148,69 +148,91 @@ void RunSobel(Bytes& in) {
     agent->SetUseThreshold2(in.Flag());
     agent->SetThreshold2(in.Int(-300, 300));
     agent->Go();
-    void RunBinMorph(Bytes & in) {
-        auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
-        auto dst = in.Flag() ? std::make_unique<ombrel::Buffer>(src.get(), src->Width(), src->Height())
-                             : Image(in, ombrel::EIGHT);
-        std::unique_ptr<ombrel::Buffer> mask;
-        const ombrel::ROI roi = Region(in, mask);
-        unsigned lut[16];
-        for (unsigned& word : lut) word = static_cast<unsigned>(in.Int(0, 65535)) * 65537u;
-        ombrel::BinMorphOperator predefined(static_cast<ombrel::BinMorphOpCode>(in.Int(-2, 20))), own(lut);
-        // Bounded: an operation that never settles runs every pass it is given.
-        std::unique_ptr<ombrel::BinMorphAgent> agent(ombrel::BinMorphFact(
-            src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
-            static_cast<ombrel::BMBORDER>(in.Int(0, 1)), in.Flag() ? &predefined : &own, in.Int(-2, 9)));
-        if (!agent) return;
-        agent->Go();
-        agent->Go(in.Flag() ? nullptr : &own);
-    }
+}
 
-    void RunGrayMorph(Bytes & in) {
-        auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE), dst = Image(in, ombrel::EIGHT);
-        std::unique_ptr<ombrel::Buffer> mask;
-        const ombrel::ROI roi = Region(in, mask);
-        const int w = in.Int(-1, 30), h = in.Int(-1, 30);
-        std::vector<unsigned char> weights(static_cast<size_t>(w > 0 && h > 0 ? w * h : 0));
-        for (auto& v : weights) v = in.Flag() ? 255 : 0;
-        ombrel::GrayMorphElem element(in.Int(-3, 33), in.Int(-3, 33), w, h,
-                                      weights.empty() ? nullptr : weights.data());
-        if (in.Flag()) element.SetElementDims(in.Int(-1, 12), in.Int(-1, 12));
-        std::unique_ptr<ombrel::GrayMorphAgent> agent(ombrel::GrayMorphFact(
-            src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
-            static_cast<ombrel::GRAYMORPHOP>(in.Int(-1, 8)), static_cast<ombrel::GMPOLARITY>(in.Int(0, 3)),
-            in.Int(-2, 4), in.Flag() ? &element : nullptr));
-        if (agent) agent->Go();
-    }
+void RunBinMorph(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
+    auto dst = in.Flag() ? std::make_unique<ombrel::Buffer>(src.get(), src->Width(), src->Height())
+                         : Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    unsigned lut[16];
+    for (unsigned& word : lut) word = static_cast<unsigned>(in.Int(0, 65535)) * 65537u;
+    ombrel::BinMorphOperator predefined(static_cast<ombrel::BinMorphOpCode>(in.Int(-2, 20))), own(lut);
+    // Bounded: an operation that never settles runs every pass it is given.
+    std::unique_ptr<ombrel::BinMorphAgent> agent(ombrel::BinMorphFact(
+        src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+        static_cast<ombrel::BMBORDER>(in.Int(0, 1)), in.Flag() ? &predefined : &own, in.Int(-2, 9)));
+    if (!agent) return;
+    agent->Go();
+    agent->Go(in.Flag() ? nullptr : &own);
+}
 
-    void RunBreak(Bytes & in) {
-        auto image = Image(in, ombrel::EIGHT), templ = Image(in, ombrel::EIGHT);
-        auto dilated = in.Flag() ? Image(in, ombrel::EIGHT) : std::make_unique<ombrel::Buffer>(*image);
-        std::unique_ptr<ombrel::Buffer> mask;
-        const ombrel::ROI roi = Region(in, mask);
-        const auto border = static_cast<ombrel::BMBORDER>(in.Int(0, 1));
-        const int iterations = in.Int(-1, 5), xorMode = in.Int(0, 1);
-        std::unique_ptr<ombrel::BreakAgent> agent;
-        std::vector<ombrel::Buffer*> images{image.get(), dilated.get()}, templates{templ.get(), image.get()},
-            dilateds{dilated.get(), templ.get()};
-        if (in.Flag()) templates.resize(static_cast<size_t>(in.Int(0, 2)));
-        switch (in.Int(0, 2)) {
-            case 0:
-                agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(),
-                                                             ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)},
-                                                             roi, border, iterations, xorMode);
-                break;
-            case 1:
-                agent = std::make_unique<ombrel::BreakAgent>(&images, &templates, &dilateds, border,
-                                                             iterations, xorMode);
-                break;
-            default:
-                agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(), border,
-                                                             iterations, xorMode);
-                break;
-        }
-        if (agent->Go() == 0) agent->PostGo();
+void RunGrayMorph(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE), dst = Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    const int w = in.Int(-1, 30), h = in.Int(-1, 30);
+    std::vector<unsigned char> weights(static_cast<size_t>(w > 0 && h > 0 ? w * h : 0));
+    for (auto& v : weights) v = in.Flag() ? 255 : 0;
+    ombrel::GrayMorphElem element(in.Int(-3, 33), in.Int(-3, 33), w, h,
+                                  weights.empty() ? nullptr : weights.data());
+    if (in.Flag()) element.SetElementDims(in.Int(-1, 12), in.Int(-1, 12));
+    std::unique_ptr<ombrel::GrayMorphAgent> agent(ombrel::GrayMorphFact(
+        src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+        static_cast<ombrel::GRAYMORPHOP>(in.Int(-1, 8)), static_cast<ombrel::GMPOLARITY>(in.Int(0, 3)),
+        in.Int(-2, 4), in.Flag() ? &element : nullptr));
+    if (agent) agent->Go();
+}
+
+void RunBreak(Bytes& in) {
+    auto image = Image(in, ombrel::EIGHT), templ = Image(in, ombrel::EIGHT);
+    auto dilated = in.Flag() ? Image(in, ombrel::EIGHT) : std::make_unique<ombrel::Buffer>(*image);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    const auto border = static_cast<ombrel::BMBORDER>(in.Int(0, 1));
+    const int iterations = in.Int(-1, 5), xorMode = in.Int(0, 1);
+    std::unique_ptr<ombrel::BreakAgent> agent;
+    std::vector<ombrel::Buffer*> images{image.get(), dilated.get()}, templates{templ.get(), image.get()},
+        dilateds{dilated.get(), templ.get()};
+    if (in.Flag()) templates.resize(static_cast<size_t>(in.Int(0, 2)));
+    switch (in.Int(0, 2)) {
+        case 0:
+            agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(),
+                                                         ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+                                                         border, iterations, xorMode);
+            break;
+        case 1:
+            agent = std::make_unique<ombrel::BreakAgent>(&images, &templates, &dilateds, border, iterations,
+                                                         xorMode);
+            break;
+        default:
+            agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(), border,
+                                                         iterations, xorMode);
+            break;
     }
+    if (agent->Go() == 0) agent->PostGo();
+}
+
+void RunDecimate(Bytes& in) {
+    auto src = Image(in, ombrel::EIGHT), dst = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE);
+    const ombrel::Rect r{in.Int(-8, 50), in.Int(-8, 50), in.Int(-8, 60), in.Int(-8, 60)};
+    const auto step = static_cast<ombrel::PixelStep>(in.Int(-1, 3));
+    std::unique_ptr<ombrel::DecimateAgent> agent(
+        in.Flag() ? ombrel::DecimateFact(src.get(), dst.get(), r, step)
+                  : ombrel::DecimateFact(in.Flag() ? src.get() : nullptr, dst.get(), step));
+    if (agent) agent->Go();
+}
+
+void RunTranspose(Bytes& in) {
+    auto src = Image(in, ombrel::EIGHT), dst = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    const auto op = static_cast<ombrel::TransOpType>(in.Int(-1, 6));
+    std::unique_ptr<ombrel::TransposeAgent> agent(
+        ombrel::TransposeFact(src.get(), dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi, op));
+    if (agent) agent->Go();
+}
 
 }  // namespace
 
@@ -225,9 +247,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Bytes in(data, size);
     // One agent per input, chosen by its first bytes. A new agent adds its runner here.
     using Runner = void (*)(Bytes&);
-    static constexpr Runner kRunners[] = {RunArith,     RunHistogram,    RunMask,  RunBlob,
-                                          RunProject,   RunFrameAverage, RunSobel, RunBinMorph,
-                                          RunGrayMorph, RunBreak};
+    static constexpr Runner kRunners[] = {RunArith,     RunHistogram,    RunMask,     RunBlob,
+                                          RunProject,   RunFrameAverage, RunSobel,    RunBinMorph,
+                                          RunGrayMorph, RunBreak,        RunDecimate, RunTranspose};
     constexpr int kCount = static_cast<int>(sizeof(kRunners) / sizeof(kRunners[0]));
     kRunners[in.Int(0, kCount - 1)](in);
     ombrel::SetBlobMaxPoolSize(512);

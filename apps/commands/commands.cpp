@@ -15,15 +15,28 @@ CommandRun AddSobelCommand(CLI::App& program);
 CommandRun AddBinMorphCommand(CLI::App& program);
 CommandRun AddGrayMorphCommand(CLI::App& program);
 CommandRun AddBreakCommand(CLI::App& program);
+CommandRun AddDecimateCommand(CLI::App& program);
+CommandRun AddTransposeCommand(CLI::App& program);
 
 // One line per subcommand, in the order `ombrel --help` lists them.
 const std::vector<Command>& Commands() {
+    // clang-format off
     static const std::vector<Command> commands = {
-        {"demo", AddDemoCommand},         {"arith", AddArithCommand},         {"hist", AddHistCommand},
-        {"mask", AddMaskCommand},         {"project", AddProjectCommand},     {"average", AddAverageCommand},
-        {"binmorph", AddBinMorphCommand}, {"graymorph", AddGrayMorphCommand}, {"blob", AddBlobCommand},
-        {"sobel", AddSobelCommand},       {"break", AddBreakCommand},
+        {"demo", AddDemoCommand},
+        {"arith", AddArithCommand},
+        {"hist", AddHistCommand},
+        {"mask", AddMaskCommand},
+        {"project", AddProjectCommand},
+        {"average", AddAverageCommand},
+        {"decimate", AddDecimateCommand},
+        {"transpose", AddTransposeCommand},
+        {"binmorph", AddBinMorphCommand},
+        {"graymorph", AddGrayMorphCommand},
+        {"blob", AddBlobCommand},
+        {"sobel", AddSobelCommand},
+        {"break", AddBreakCommand},
     };
+    // clang-format on
     return commands;
 }
 

@@ -106,6 +106,25 @@ struct Avx2 {
     static T broadcast16(const uint8_t* p) {
         return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
     }
+    // ---- Geometry: whole-register byte order (for mirrors, tiles and decimation) ----
+    static constexpr int kLanes128 = 2;  // 128-bit lanes per register
+    // The bytes in reverse order: reversed within each 128-bit lane, then the two lanes swapped.
+    static T reverse8(T x) {
+        const T inLane = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13,
+                                          12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+        return _mm256_permute4x64_epi64(_mm256_shuffle_epi8(x, inLane), 0x4E);
+    }
+    // 16-bit lanes 0..255 of x, then of y, narrowed to bytes in register order (across 128-bit lanes).
+    static T packus16seq(T x, T y) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(x, y), 0xD8); }
+    // Stores the 16 bytes of 128-bit lane `lane` (0 .. kLanes128 - 1) of x.
+    static void storeLane128(uint8_t* p, T x, int lane) {
+        const __m128i part = lane == 0 ? _mm256_castsi256_si128(x) : _mm256_extracti128_si256(x, 1);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), part);
+    }
+    template <int k>
+    static T srli16(T x) {
+        return _mm256_srli_epi16(x, k);
+    }
 };
 
 }  // namespace

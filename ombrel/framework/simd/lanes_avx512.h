@@ -110,6 +110,42 @@ struct Avx512 {
     static T broadcast16(const uint8_t* p) {
         return _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
     }
+    // ---- Geometry: whole-register byte order (for mirrors, tiles and decimation) ----
+    static constexpr int kLanes128 = 4;  // 128-bit lanes per register
+    // The bytes in reverse order: reversed within each 128-bit lane (AVX-512BW byte shuffle), then the four
+    // lanes reversed.
+    static T reverse8(T x) {
+        const T inLane =
+            _mm512_broadcast_i32x4(_mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
+        return _mm512_shuffle_i64x2(_mm512_shuffle_epi8(x, inLane), _mm512_shuffle_epi8(x, inLane), 0x1B);
+    }
+    // 16-bit lanes 0..255 of x, then of y, narrowed to bytes in register order (across 128-bit lanes).
+    static T packus16seq(T x, T y) {
+        return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), _mm512_packus_epi16(x, y));
+    }
+    // Stores the 16 bytes of 128-bit lane `lane` (0 .. kLanes128 - 1) of x.
+    static void storeLane128(uint8_t* p, T x, int lane) {
+        __m128i part;
+        switch (lane) {
+            case 0:
+                part = _mm512_castsi512_si128(x);
+                break;
+            case 1:
+                part = _mm512_extracti32x4_epi32(x, 1);
+                break;
+            case 2:
+                part = _mm512_extracti32x4_epi32(x, 2);
+                break;
+            default:
+                part = _mm512_extracti32x4_epi32(x, 3);
+                break;
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), part);
+    }
+    template <int k>
+    static T srli16(T x) {
+        return _mm512_srli_epi16(x, k);
+    }
 };
 
 }  // namespace

@@ -105,6 +105,23 @@ struct Sse2 {
         for (int32_t& v : lane) v = table[v];
         return _mm_load_si128(reinterpret_cast<const __m128i*>(lane));
     }
+    // ---- Geometry: whole-register byte order (for mirrors, tiles and decimation) ----
+    static constexpr int kLanes128 = 1;  // 128-bit lanes per register
+    // The bytes in reverse order: dwords reversed, then words within dwords, then bytes within words (SSE2
+    // has no byte shuffle).
+    static T reverse8(T x) {
+        x = _mm_shuffle_epi32(x, 0x1B);
+        x = _mm_shufflehi_epi16(_mm_shufflelo_epi16(x, 0xB1), 0xB1);
+        return _mm_or_si128(_mm_slli_epi16(x, 8), _mm_srli_epi16(x, 8));
+    }
+    // 16-bit lanes 0..255 of x, then of y, narrowed to bytes in register order (across 128-bit lanes).
+    static T packus16seq(T x, T y) { return _mm_packus_epi16(x, y); }
+    // Stores the 16 bytes of 128-bit lane `lane` (0 .. kLanes128 - 1) of x.
+    static void storeLane128(uint8_t* p, T x, int) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), x); }
+    template <int k>
+    static T srli16(T x) {
+        return _mm_srli_epi16(x, k);
+    }
 };
 
 }  // namespace
