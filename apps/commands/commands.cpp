@@ -12,12 +12,15 @@ CommandRun AddMaskCommand(CLI::App& program);
 CommandRun AddProjectCommand(CLI::App& program);
 CommandRun AddAverageCommand(CLI::App& program);
 CommandRun AddSobelCommand(CLI::App& program);
+CommandRun AddAngleCommand(CLI::App& program);
+CommandRun AddFocusCommand(CLI::App& program);
 
 const std::vector<Command>& Commands() {
     static const std::vector<Command> commands = {
         {"demo", AddDemoCommand},       {"arith", AddArithCommand}, {"blob", AddBlobCommand},
         {"hist", AddHistCommand},       {"mask", AddMaskCommand},   {"project", AddProjectCommand},
-        {"average", AddAverageCommand}, {"sobel", AddSobelCommand},
+        {"average", AddAverageCommand}, {"sobel", AddSobelCommand}, {"angle", AddAngleCommand},
+        {"focus", AddFocusCommand},
     };
     return commands;
 }
