@@ -17,6 +17,10 @@
 namespace {
 std::atomic<long> gAllocations{0};
 }
+#if defined(__GNUC__) && !defined(__clang__)
+// Inlined, the replaced pair looks to GCC like a new released by free: it is malloc released by free.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
 void* operator new(std::size_t size) {
     gAllocations.fetch_add(1, std::memory_order_relaxed);
     if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
