@@ -192,6 +192,17 @@ TEST(AutoFocus, BadRegionsReportInOrderAndStayInsideTheImage) {
                                                         "_verticalSparseness < _sRoi.Height()"}));
         EXPECT_EQ(a->DiffSum(), std::abs(img->Row(5)[5] - img->Row(4)[4]));
     }
+    {  // above and left of the image, one pixel: four reports in their order; the pixel meets 0
+        AssertRecorder rec;
+        std::unique_ptr<AutoFocusAgent> a(AutoFocusFact(img.get(), Rect{-1, -1, 0, 0}));
+        EXPECT_EQ(a->Go(), 0);
+        EXPECT_EQ(Texts(rec),
+                  (std::vector<std::string>{
+                      "_sPt.x >= 0 && _sPt.x < _srcBuf->Width()", "_sPt.y >= 0 && _sPt.y < _srcBuf->Height()",
+                      "_horizontalSparseness < _sRoi.Width()", "_verticalSparseness < _sRoi.Height()"}));
+        EXPECT_EQ(a->DiffSum(), img->Row(0)[0]);
+        EXPECT_EQ(a->PixelCount(), 0);
+    }
     {  // one column at the right edge shrinks to nothing: no image can be made
         std::unique_ptr<AutoFocusAgent> a(AutoFocusFact(img.get(), Rect{19, 0, 20, 10}));
         EXPECT_EQ(a->Go(), kAutoFocusNoMemoryBase - std::abs(int(BUFFER_BAD_SIZE)));
