@@ -138,6 +138,9 @@ int AutoFocusAgent::Go() {
         _histogram->SetSrcPt(_sPt);
         RecordRegion();
         _histogram->SetSrcBuf(_srcBuf);
+        // The subtractor follows a new source too: left on the old one it would mix two images (or read a
+        // buffer the caller may have freed).
+        _subtractor->SetSrcBuf(_srcBuf);
         _regionCopy->CopyFrom(_srcBuf, _regionRect);
         status = _subtractor->Go();
         if (status >= 0) status = _histogram->Go();

@@ -25,7 +25,8 @@
 //   hangs over the source's left or top edge its copy holds 0 (those pixels meet 0).
 // Lifecycle: unprepared, every Go builds the two sub-agents and the two intermediate images and frees them
 // at its end; after PreGo(true) they are kept until the agent is destroyed and a Go allocates nothing. A
-// change of region or displacement while prepared needs a new PreGo(true).
+// change of region or displacement while prepared needs a new PreGo(true); a new source buffer of at least
+// the same size does not (both sub-agents are handed the agent's source on every Go).
 // Status: 0; kAutoFocusNoMemoryBase - |k| when an intermediate image cannot be made (k its own error code,
 // for example a region with no pixels); a sub-agent's negative status as it is; kAutoFocusNoSubAgent when a
 // sub-agent could not be made at all (no source, a source the histogram does not accept, no memory).

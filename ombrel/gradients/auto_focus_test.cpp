@@ -290,6 +290,15 @@ TEST(AutoFocus, PreparedAgentAllocatesNothingPerGoAndKeepsItsParts) {
     const double sharpFocus = prepared->Focus();
     ASSERT_EQ(prepared->Go(), 0);
     EXPECT_LT(prepared->Focus(), sharpFocus);
+
+    // Handed another image of the same size, it measures that one, as a fresh agent does.
+    auto other = scenes::MakeTexturedScene(200, 150, 3);
+    prepared->SetSrcBuf(other.get());
+    ASSERT_EQ(prepared->Go(), 0);
+    std::unique_ptr<AutoFocusAgent> check(AutoFocusFact(other.get(), Rect{10, 10, 190, 140}));
+    ASSERT_EQ(check->Go(), 0);
+    EXPECT_EQ(prepared->DiffSum(), check->DiffSum());
+    EXPECT_EQ(prepared->PixelSum(), check->PixelSum());
 }
 
 // The agent has no kernels of its own; its sub-agents do, and every level must give the same figures.

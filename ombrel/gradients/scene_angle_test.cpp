@@ -180,6 +180,10 @@ TEST(SceneAngle, RotatedPartGivesItsRotationWithinABinAndAHalf) {
 
 TEST(SceneAngle, PreparedAgentAllocatesNothingPerGo) {
     auto img = Part(17);
+    {  // the process-wide gradient tables are built on the first use of any gradient agent, once
+        std::unique_ptr<SceneAngleAgent> first(SceneAngleFact(img.get(), Rect{0, 0, 8, 8}));
+        ASSERT_EQ(first->Go(), 0);
+    }
     std::unique_ptr<SceneAngleAgent> a(SceneAngleFact(img.get(), Rect{20, 30, 300, 290}));
     ASSERT_EQ(a->PreGo(true), 0);
     const long before = gAllocations.load();
