@@ -234,6 +234,51 @@ void RunTranspose(Bytes& in) {
     if (agent) agent->Go();
 }
 
+// Two scenes measured (a masked region is walked as its rectangle), re-aimed, and compared.
+void RunSceneAngle(Bytes& in) {
+    auto a = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE), b = Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    std::unique_ptr<ombrel::SceneAngleAgent> first(
+        ombrel::SceneAngleFact(a.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi));
+    std::unique_ptr<ombrel::SceneAngleAgent> second(
+        ombrel::SceneAngleFact(b.get(), in.Int(-8, 50), in.Int(-8, 50), in.Int(-8, 60), in.Int(-8, 60)));
+    if (!first || !second) return;
+    first->SetFoldMode(in.Int(-1, 3));
+    first->SetFitMode(in.Int(0, 3));
+    first->SetUseWeights(in.Flag());
+    if (in.Flag()) first->PreGo(true);
+    first->Go();
+    second->Go();
+    first->SetSrcPt(ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)});
+    first->Go();
+    first->AngleDiff(second.get());
+    second->AngleDiff(first.get());
+}
+
+// Prepared or not, with any displacement and sign, run twice; the prepared agent is then re-prepared on a
+// new region.
+void RunAutoFocus(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    std::unique_ptr<ombrel::AutoFocusAgent> agent(
+        in.Flag() ? ombrel::AutoFocusFact(src.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi)
+                  : ombrel::AutoFocusFact(src.get(), ombrel::Rect{in.Int(-8, 50), in.Int(-8, 50),
+                                                                  in.Int(-8, 60), in.Int(-8, 60)}));
+    if (!agent) return;
+    agent->SetSparseness(in.Int(-3, 60), in.Int(-3, 60));
+    agent->SetSigned(in.Flag());
+    const bool keep = in.Flag();
+    if (keep) agent->PreGo(true);
+    for (int run = 0; run < 2; ++run) agent->Go();
+    if (!keep) return;
+    agent->SetSrcPt(ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)});
+    agent->SetExtent(in.Int(-4, 60), in.Int(-4, 60));
+    agent->PreGo(true);
+    agent->Go();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -247,9 +292,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Bytes in(data, size);
     // One agent per input, chosen by its first bytes. A new agent adds its runner here.
     using Runner = void (*)(Bytes&);
-    static constexpr Runner kRunners[] = {RunArith,     RunHistogram,    RunMask,     RunBlob,
-                                          RunProject,   RunFrameAverage, RunSobel,    RunBinMorph,
-                                          RunGrayMorph, RunBreak,        RunDecimate, RunTranspose};
+    static constexpr Runner kRunners[] = {
+        RunArith,    RunHistogram, RunMask,  RunBlob,     RunProject,   RunFrameAverage, RunSobel,
+        RunBinMorph, RunGrayMorph, RunBreak, RunDecimate, RunTranspose, RunSceneAngle,   RunAutoFocus};
     constexpr int kCount = static_cast<int>(sizeof(kRunners) / sizeof(kRunners[0]));
     kRunners[in.Int(0, kCount - 1)](in);
     ombrel::SetBlobMaxPoolSize(512);

@@ -17,6 +17,8 @@ CommandRun AddGrayMorphCommand(CLI::App& program);
 CommandRun AddBreakCommand(CLI::App& program);
 CommandRun AddDecimateCommand(CLI::App& program);
 CommandRun AddTransposeCommand(CLI::App& program);
+CommandRun AddAngleCommand(CLI::App& program);
+CommandRun AddFocusCommand(CLI::App& program);
 
 // One line per subcommand, in the order `ombrel --help` lists them.
 const std::vector<Command>& Commands() {
@@ -35,6 +37,8 @@ const std::vector<Command>& Commands() {
         {"blob", AddBlobCommand},
         {"sobel", AddSobelCommand},
         {"break", AddBreakCommand},
+        {"angle", AddAngleCommand},
+        {"focus", AddFocusCommand},
     };
     // clang-format on
     return commands;
