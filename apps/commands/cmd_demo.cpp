@@ -8,6 +8,8 @@
 
 #include <ombrel/framework/angles.h>
 #include <ombrel/gradients/scene_angle.h>
+#include <ombrel/morph/binmorph.h>
+#include <ombrel/tools/break.h>
 #include <scenes/synthetic_scene.h>
 
 #include "analyses.h"
@@ -96,6 +98,60 @@ Json AnalyseRotation(const Buffer& scene, const std::string& turnedPath, std::st
 // The band that separates the dark parts (grey 30..50) and defects from the lit background (178 and up).
 constexpr Band kDemoBand{0, 100};
 
+// A board of conducting traces (the golden template: one-pixel lines, set to 1) and an inspected copy with
+// one trace cut; break detection must find the cut and nothing else.
+constexpr int kTraceWidth = 320, kTraceHeight = 120;
+constexpr int kCutX = 150, kCutY = 60, kCutLength = 6;
+
+std::unique_ptr<Buffer> TraceBoard(bool cut) {
+    auto board = std::make_unique<Buffer>(kTraceWidth, kTraceHeight, EIGHT);
+    for (int y = 20; y < kTraceHeight - 10; y += 20)
+        for (int x = 10; x < kTraceWidth - 10; ++x) board->Row(y)[x] = 1;
+    for (int x = 40; x < kTraceWidth - 10; x += 80)
+        for (int y = 20; y <= kTraceHeight - 20; ++y) board->Row(y)[x] = 1;
+    if (cut)
+        for (int x = kCutX; x < kCutX + kCutLength; ++x) board->Row(kCutY)[x] = 0;
+    return board;
+}
+
+// Break detection on the cut board against its template: the breaks found, a picture of them (trace grey,
+// breaks white) and the JSON record.
+Json AnalyseBreaks(const std::string& tracePath, const std::string& breaksPath, std::string* text) {
+    auto golden = TraceBoard(false), inspected = TraceBoard(true);
+    auto dilated = TraceBoard(true);
+    BinMorphOperator dilate(DilateFull);
+    swBinMorphAgent grow(inspected.get(), dilated.get(), BMBORDER_CLEAR, &dilate, 1);
+    grow.Go();
+    BreakAgent agent(inspected.get(), golden.get(), dilated.get(), BMBORDER_CLEAR, 0, 1);
+    int status = agent.Go();
+    if (status == 0) status = agent.PostGo();
+    if (status != 0) throw InputError("break detection failed with status " + std::to_string(status));
+    const Buffer& breaks = *agent.Breaks();
+    Buffer tracePicture(kTraceWidth, kTraceHeight, EIGHT), breaksPicture(kTraceWidth, kTraceHeight, EIGHT);
+    Json points = Json::array();
+    for (int y = 0; y < kTraceHeight; ++y)
+        for (int x = 0; x < kTraceWidth; ++x) {
+            const bool isBreak = breaks.Row(y)[x] & 1;
+            tracePicture.Row(y)[x] = inspected->Row(y)[x] ? 255 : 0;
+            breaksPicture.Row(y)[x] = isBreak ? 255 : (inspected->Row(y)[x] ? 96 : 0);
+            if (isBreak) points.push_back({{"x", x}, {"y", y}});
+        }
+    SaveImage(tracePath, tracePicture);
+    SaveImage(breaksPath, breaksPicture);
+    char line[200];
+    std::snprintf(
+        line, sizeof line,
+        "Break detection: a %d x %d board of traces, one cut %d pixels long at (%d..%d, %d): %zu break "
+        "pixel(s) found\n",
+        kTraceWidth, kTraceHeight, kCutLength, kCutX, kCutX + kCutLength - 1, kCutY, points.size());
+    *text += line;
+    return {{"trace_image", tracePath},
+            {"breaks_image", breaksPath},
+            {"cut", {{"x", kCutX}, {"y", kCutY}, {"length", kCutLength}}},
+            {"break_pixels", points.size()},
+            {"breaks", points}};
+}
+
 int RunDemo(const DemoOptions& options) {
     namespace fs = std::filesystem;
     std::error_code ec;
@@ -115,6 +171,8 @@ int RunDemo(const DemoOptions& options) {
     const std::string overlayPath = (dir / "overlay.png").string();
     const std::string jsonPath = (dir / "report.json").string();
     const std::string turnedPath = (dir / "turned.png").string();
+    const std::string tracePath = (dir / "traces.png").string();
+    const std::string breaksPath = (dir / "breaks.png").string();
     std::string text;
     try {
         SaveImage(scenePath, *scene);
@@ -133,6 +191,7 @@ int RunDemo(const DemoOptions& options) {
         ParseBlobFeatures(DefaultBlobFeatures(), &blobParams.features, &error);
         document["blobs"] = AnalyseBlobs(*scene, whole, blobParams, overlayPath, &text);
         document["rotation"] = AnalyseRotation(*scene, turnedPath, &text);
+        document["breaks"] = AnalyseBreaks(tracePath, breaksPath, &text);
         SaveJson(jsonPath, document);
     } catch (const InputError& e) {
         PrintError("demo", "output", e.what());
@@ -151,8 +210,12 @@ int RunDemo(const DemoOptions& options) {
         "  %-28s what blob analysis found: boundaries (objects green, holes orange),\n"
         "  %-28s centroids, principal axes and labels\n"
         "  %-28s the scene turned by %.0f degrees, for the rotation measurement\n"
-        "  %-28s histogram, regions, features, the tree of objects and holes, and the rotation\n\n",
-        scenePath.c_str(), overlayPath.c_str(), "", turnedPath.c_str(), kDemoTurnDegrees, jsonPath.c_str());
+        "  %-28s a board of traces with one cut, for break detection\n"
+        "  %-28s the breaks found on it (white), the traces in grey\n"
+        "  %-28s histogram, regions, features, the tree of objects and holes, the rotation\n"
+        "  %-28s and the breaks\n\n",
+        scenePath.c_str(), overlayPath.c_str(), "", turnedPath.c_str(), kDemoTurnDegrees, tracePath.c_str(),
+        breaksPath.c_str(), jsonPath.c_str(), "");
     std::printf(
         "Next, on the scene or your own images:\n"
         "  ombrel blob %s --band 0:100 --min-area 20 --json parts.json --overlay parts.png\n"

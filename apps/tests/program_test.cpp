@@ -213,6 +213,14 @@ TEST_F(Program, DemoWritesTheSceneItsOverlayAndTheLibrarysFindings) {
                                         report["scene"]["seed"]);
     EXPECT_EQ(cv::norm(cv::imread(P("demo/scene.png"), cv::IMREAD_UNCHANGED), AsMat(*scene), cv::NORM_INF),
               0.0);
+    // Break detection finds the cut trace, inside the cut, and nothing else.
+    const json& breaks = report["breaks"];
+    ASSERT_GE(breaks["break_pixels"].get<int>(), 1);
+    for (const json& p : breaks["breaks"]) {
+        EXPECT_EQ(p["y"], breaks["cut"]["y"]);
+        EXPECT_GE(p["x"].get<int>(), breaks["cut"]["x"].get<int>());
+        EXPECT_LT(p["x"].get<int>(), breaks["cut"]["x"].get<int>() + breaks["cut"]["length"].get<int>());
+    }
     const cv::Mat overlay = cv::imread(P("demo/overlay.png"), cv::IMREAD_UNCHANGED);
     EXPECT_EQ(overlay.type(), CV_8UC3);
     EXPECT_EQ(overlay.size(), cv::Size(w, h));
