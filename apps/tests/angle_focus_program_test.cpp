@@ -2,12 +2,9 @@
 // ombrel angle and ombrel focus run as a user runs them, their figures checked against the library's agents
 // run in-process.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
@@ -18,16 +15,14 @@
 #include <ombrel/gradients/scene_angle.h>
 #include <scenes/synthetic_scene.h>
 
+#include "program_fixture.h"
+
 namespace ombrel {
 namespace {
 
+using testing::Slurp;
 namespace fs = std::filesystem;
 using nlohmann::json;
-
-std::string Slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 cv::Mat AsMat(const Buffer& b) {
     return cv::Mat(b.Height(), b.Width(), CV_8UC1, b.BaseAddr(), b.Pitch());
@@ -39,26 +34,7 @@ std::unique_ptr<Buffer> FromMat(const cv::Mat& m) {
     return b;
 }
 
-class AngleFocusProgram : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        _dir = fs::temp_directory_path() / ("ombrel_af_" + std::to_string(::getpid()) + "_" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(_dir);
-    }
-    void TearDown() override { fs::remove_all(_dir); }
-    std::string P(const std::string& name) const { return (_dir / name).string(); }
-    int Ombrel(const std::string& args, std::string* err = nullptr) const {
-        const std::string command =
-            std::string(OMBREL_PROGRAM) + " " + args + " >" + P("stdout") + " 2>" + P("stderr");
-        const int raw = std::system(command.c_str());
-        if (err != nullptr) *err = Slurp(P("stderr"));
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    }
-    json Json(const std::string& name) const { return json::parse(Slurp(P(name))); }
-
-    fs::path _dir;
-};
+class AngleFocusProgram : public testing::ProgramTest {};
 
 TEST_F(AngleFocusProgram, AngleGivesTheAgentsFiguresTheRotationAndAnOverlay) {
     auto scene = scenes::MakePartsScene(320, 240, 4, 11);

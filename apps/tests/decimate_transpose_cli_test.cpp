@@ -3,13 +3,10 @@
 // images are decoded by OpenCV and checked against the library's agents (decimate) and cv::rotate/cv::flip
 // (transpose); bad inputs give one clear line and a non-zero status.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -18,39 +15,24 @@
 
 #include <ombrel/pixelops/decimate.h>
 
+#include "program_fixture.h"
+
 namespace ombrel {
 namespace {
 
+using testing::Slurp;
 namespace fs = std::filesystem;
 
-std::string Slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-class GeometryCommands : public ::testing::Test {
+class GeometryCommands : public testing::ProgramTest {
   protected:
     void SetUp() override {
-        _dir = fs::temp_directory_path() / ("ombrel_geom_" + std::to_string(::getpid()) + "_" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(_dir);
+        ProgramTest::SetUp();
         cv::RNG rng(17);
         _image = cv::Mat(61, 83, CV_8UC1);
         rng.fill(_image, cv::RNG::UNIFORM, 0, 256);
         ASSERT_TRUE(cv::imwrite(P("img.png"), _image));
     }
-    void TearDown() override { fs::remove_all(_dir); }
-    std::string P(const std::string& name) const { return (_dir / name).string(); }
 
-    int Ombrel(const std::string& args, std::string* err = nullptr) const {
-        const std::string command =
-            std::string(OMBREL_PROGRAM) + " " + args + " >" + P("stdout") + " 2>" + P("stderr");
-        const int raw = std::system(command.c_str());
-        if (err != nullptr) *err = Slurp(P("stderr"));
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    }
-
-    fs::path _dir;
     cv::Mat _image;
 };
 

@@ -2,12 +2,9 @@
 // ombrel binmorph and ombrel graymorph run as a user runs them: their images checked against OpenCV and the
 // library's agents run in-process, and bad elements and options giving one clear line.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -16,44 +13,27 @@
 
 #include <ombrel/morph/graymorph.h>
 
+#include "program_fixture.h"
+
 namespace ombrel {
 namespace {
 
+using testing::Slurp;
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-std::string Slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-class MorphProgram : public ::testing::Test {
+class MorphProgram : public testing::ProgramTest {
   protected:
     void SetUp() override {
-        _dir = fs::temp_directory_path() / ("ombrel_morph_cli_" + std::to_string(::getpid()) + "_" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(_dir);
+        ProgramTest::SetUp();
         std::mt19937 rng(4);
         _image = cv::Mat(37, 53, CV_8U);
         for (int y = 0; y < _image.rows; ++y)
             for (int x = 0; x < _image.cols; ++x) _image.at<uint8_t>(y, x) = static_cast<uint8_t>(rng());
         cv::imwrite(P("in.pgm"), _image);
     }
-    void TearDown() override { fs::remove_all(_dir); }
-    std::string P(const std::string& name) const { return (_dir / name).string(); }
 
-    int Ombrel(const std::string& args) {
-        const std::string command =
-            std::string(OMBREL_PROGRAM) + " " + args + " >" + P("stdout") + " 2>" + P("stderr");
-        const int raw = std::system(command.c_str());
-        _out = Slurp(P("stdout"));
-        _err = Slurp(P("stderr"));
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    }
-
-    fs::path _dir;
     cv::Mat _image;
-    std::string _out, _err;
 };
 
 TEST_F(MorphProgram, BinmorphErodesAndDilatesAsOpenCvDoes) {

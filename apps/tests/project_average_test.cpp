@@ -2,12 +2,9 @@
 // ombrel project and ombrel average run as a user runs them, on generated frames, their results checked
 // against the library's agents run in-process, and bad input giving one clear line and a non-zero status.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
@@ -18,35 +15,17 @@
 #include <ombrel/pixelops/project.h>
 
 #include "image_io.h"
+#include "program_fixture.h"
 
 namespace ombrel {
 namespace {
 
+using testing::Slurp;
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-std::string Slurp(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-class ProjectAverageProgram : public ::testing::Test {
+class ProjectAverageProgram : public testing::ProgramTest {
   protected:
-    void SetUp() override {
-        _dir = fs::temp_directory_path() / ("ombrel_pa_" + std::to_string(::getpid()) + "_" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(_dir);
-    }
-    void TearDown() override { fs::remove_all(_dir); }
-    std::string P(const std::string& name) const { return (_dir / name).string(); }
-
-    int Run(const std::string& args) {
-        const std::string command =
-            std::string(OMBREL_PROGRAM) + " " + args + " >" + P("stdout") + " 2>" + P("stderr");
-        const int raw = std::system(command.c_str());
-        _err = Slurp(P("stderr"));
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    }
     // A random frame written as PNG; returned for in-process runs.
     std::unique_ptr<Buffer> Frame(const std::string& name, int w, int h, uint32_t seed) {
         auto frame = std::make_unique<Buffer>(w, h, EIGHT);
@@ -56,15 +35,12 @@ class ProjectAverageProgram : public ::testing::Test {
         EXPECT_EQ(cli::WritePng(P(name), *frame), "");
         return frame;
     }
-
-    fs::path _dir;
-    std::string _err;
 };
 
 TEST_F(ProjectAverageProgram, ProjectWritesTheAgentsProfilesAsJsonCsvAndPlots) {
     auto image = Frame("part.png", 90, 70, 1);
-    ASSERT_EQ(Run("project " + P("part.png") + " --type rows --roi 3,5,80,60 --zones 10,7 --values " +
-                  P("v.json") + " --plot " + P("plot.svg") + " -q"),
+    ASSERT_EQ(Ombrel("project " + P("part.png") + " --type rows --roi 3,5,80,60 --zones 10,7 --values " +
+                     P("v.json") + " --plot " + P("plot.svg") + " -q"),
               0)
         << _err;
     const json values = json::parse(Slurp(P("v.json")));
@@ -82,7 +58,8 @@ TEST_F(ProjectAverageProgram, ProjectWritesTheAgentsProfilesAsJsonCsvAndPlots) {
     EXPECT_NE(Slurp(P("plot.svg")).find("<polyline"), std::string::npos);
 
     ASSERT_EQ(
-        Run("project " + P("part.png") + " --values " + P("v.csv") + " --plot " + P("plot.png") + " -q"), 0)
+        Ombrel("project " + P("part.png") + " --values " + P("v.csv") + " --plot " + P("plot.png") + " -q"),
+        0)
         << _err;
     Buffer profile(90, 1, EIGHT);
     std::unique_ptr<ProjectAgent> columns(ProjectFact(image.get(), &profile, HORIZONTAL));
@@ -102,11 +79,11 @@ TEST_F(ProjectAverageProgram, ProjectWritesTheAgentsProfilesAsJsonCsvAndPlots) {
 
 TEST_F(ProjectAverageProgram, ProjectRefusesBadZonesAndRegionsInOneLine) {
     Frame("part.png", 30, 20, 2);
-    EXPECT_EQ(Run("project " + P("part.png") + " --zones 5,0"), 2);
+    EXPECT_EQ(Ombrel("project " + P("part.png") + " --zones 5,0"), 2);
     EXPECT_EQ(_err, "ombrel project: --zones 5,0: zone spacing must be 1..1048576\n");
-    EXPECT_EQ(Run("project " + P("part.png") + " --zones 4,10"), 2);
+    EXPECT_EQ(Ombrel("project " + P("part.png") + " --zones 4,10"), 2);
     EXPECT_NE(_err.find("zone size must be 5"), std::string::npos);
-    EXPECT_EQ(Run("project " + P("part.png") + " --roi 10,10,40,5"), 1);
+    EXPECT_EQ(Ombrel("project " + P("part.png") + " --roi 10,10,40,5"), 1);
     EXPECT_NE(_err.find("ombrel project: " + P("part.png") + ": region 10,10,40,5 lies outside"),
               std::string::npos);
 }
@@ -118,8 +95,8 @@ TEST_F(ProjectAverageProgram, AverageWritesWhatTheAgentAveragesOverTheStream) {
         frames.push_back(Frame("f" + std::to_string(k) + ".png", 41, 23, 10 + k));
         names += " " + P("f" + std::to_string(k) + ".png");
     }
-    ASSERT_EQ(Run("average" + names + " --window 4 --roi 1,2,33,17 --out " + P("avg.png") + " --json " +
-                  P("a.json") + " -q"),
+    ASSERT_EQ(Ombrel("average" + names + " --window 4 --roi 1,2,33,17 --out " + P("avg.png") + " --json " +
+                     P("a.json") + " -q"),
               0)
         << _err;
     Buffer dst(33, 17, EIGHT);
@@ -142,12 +119,12 @@ TEST_F(ProjectAverageProgram, AverageWritesWhatTheAgentAveragesOverTheStream) {
 TEST_F(ProjectAverageProgram, AverageRefusesFramesOfDifferentSizesAndEmptyWindows) {
     Frame("a.png", 20, 10, 1);
     Frame("b.png", 20, 11, 2);
-    EXPECT_EQ(Run("average " + P("a.png") + " " + P("b.png") + " --out " + P("o.png")), 1);
+    EXPECT_EQ(Ombrel("average " + P("a.png") + " " + P("b.png") + " --out " + P("o.png")), 1);
     EXPECT_EQ(_err, "ombrel average: " + P("b.png") +
                         ": is 20 x 11, the first frame 20 x 10: frames of one average must have one size\n");
     EXPECT_FALSE(fs::exists(P("o.png")));
     for (const char* n : {"0", "-2"}) {
-        EXPECT_NE(Run("average " + P("a.png") + " -n " + n + " --out " + P("o.png")), 0);
+        EXPECT_NE(Ombrel("average " + P("a.png") + " -n " + n + " --out " + P("o.png")), 0);
         EXPECT_NE(_err.find("--window"), std::string::npos) << _err;
     }
 }
