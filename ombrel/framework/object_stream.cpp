@@ -487,7 +487,7 @@ bool ReadBuffer(os_bstream& s, Buffer& b, uint32_t version) {
     if (!DepthKnown(depth) || width < 0 || height < 0 || (width == 0) != (height == 0)) return false;
     const int64_t expected = PackedRowBytes(width, depth) * height;
     // The pixels must be in the stream before a buffer is made for them.
-    if (expected > static_cast<int64_t>(s.Remaining())) return false;
+    if (expected > static_cast<int64_t>(s.Remaining()) || expected > UINT32_MAX) return false;
     std::vector<uint8_t> packed;
     if (!s.ReadChunk(packed, static_cast<uint32_t>(expected)) ||
         packed.size() != static_cast<size_t>(expected))

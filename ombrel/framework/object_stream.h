@@ -130,7 +130,7 @@ class OMBREL_API os_bstream {
         WriteObject(StreamClassOf(&obj), &obj);
     }
     // An object reached through several pointers is written once and referred to afterwards; identity is
-    // the object's address.
+    // the object's address, so every object written must stay alive while the writer is in use.
     template <class T>
     void WritePointer(const T* obj) {
         WritePointer(StreamClassOf(static_cast<const T*>(nullptr)), obj);
