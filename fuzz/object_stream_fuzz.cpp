@@ -30,11 +30,12 @@ unsigned Touch(const Buffer* b) {
 }
 unsigned Touch(const ROI* roi) {
     if (roi == nullptr) return 0;
-    unsigned sum = static_cast<unsigned>(roi->Width() + roi->Height()) + Touch(roi->GetSwMask());
+    unsigned sum =
+        static_cast<unsigned>(roi->Width()) + static_cast<unsigned>(roi->Height()) + Touch(roi->GetSwMask());
     for (int r = 0; r < roi->ScanRows(); ++r) {
         const ROIRowStore& row = roi->GetScans()[r];
         for (int i = 0; i < row.SegCnt(); ++i)
-            sum += static_cast<unsigned>(row.scans[i].Start() + row.scans[i].Len());
+            sum += static_cast<unsigned>(row.scans[i].Start()) + static_cast<unsigned>(row.scans[i].Len());
     }
     return sum;
 }
