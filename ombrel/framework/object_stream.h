@@ -35,6 +35,15 @@
 //   const os_class& StreamClassOf(const T*);
 // returning one os_class object made with os_class::Make<T, Write, Read>(name, version). Registration
 // happens when that object is constructed, at library start-up (a static object in the class's source).
+// A class with a buffer, a region and a number needs no more than (Read checks the version `v` first):
+//   void Write(os_bstream& s, const T& t) {
+//       s.WritePointer(t.buf); s.WriteValue(t.roi); s.WriteInt(t.n); }
+//   bool Read(os_bstream& s, T& t, uint32_t v) {
+//       Buffer* b;  // the reader's own: copy it to keep it
+//       return s.ReadPointer(b) && s.ReadValue(t.roi) && s.ReadInt(t.n); }
+//   const os_class kClass = os_class::Make<T, &Write, &Read>("(T*)", version);
+// A class without a default constructor gives the os_class constructor its own create function, as the
+// buffer's stream form does.
 #pragma once
 #include <cstddef>
 #include <cstdint>

@@ -169,6 +169,15 @@ TEST(ObjectStream, OneBitBuffersDropThePaddingBitsPastTheWidth) {
     EXPECT_EQ(Pixels(*back), (std::vector<uint8_t>{0xA5, 0xE0, 0x00, 0x00}));
 }
 
+TEST(ObjectStream, ClassesAreRegisteredAtStartUpUnderTheirTypeNames) {
+    const os_class& roi = StreamClassOf(static_cast<const ROI*>(nullptr));
+    EXPECT_EQ(os_class::Find("(ROI*)"), &roi);
+    EXPECT_EQ(roi.Name(), ROI().get_class());
+    EXPECT_EQ(roi.Version(), 100100000u);
+    EXPECT_EQ(os_class::Find("(Buffer*)"), &StreamClassOf(static_cast<const Buffer*>(nullptr)));
+    EXPECT_EQ(os_class::Find("(ROI*"), nullptr);
+}
+
 TEST(ObjectStreamRoi, RectanglesAndMasksComeBackWithTheirScans) {
     auto mask = MaskFrom({"##..###.#", ".........", "#########", "..#...#.."});
     ROI rect(40, 30), masked(mask.get()), empty, wider(mask.get());

@@ -122,9 +122,9 @@ class OMBREL_API ROI {
 // Regions persist as "(ROI*)", version 100100000 ("$Revision: 1.1 $"): height and width (two ints), then
 // the mask as a pointer to a buffer ("(Buffer*)"; null for a rectangular region and for a detached mask).
 // Scans are not stored: a region read back copies the mask into one it owns and builds its scans from it,
-// exactly as SetMaskbits does, then takes the stored extent. Board masks are not stored (board memory does
-// not outlive the process). A mask that is not one-bit makes the stream corrupt; any other version reports
-// "0" (module lsroi) and leaves the region unread.
+// exactly as SetMaskbits does (also for a mask set with SetSwMask(mask, true)), then takes the stored extent.
+// Board masks are not stored (board memory does not outlive the process). A mask that is not one-bit makes
+// the stream corrupt; any other version reports "0" (module lsroi) and leaves the region unread.
 OMBREL_API const os_class& StreamClassOf(const ROI*);
 
 // A cursor over the rows of a region placed on an 8-bit image, one byte per pixel.
