@@ -8,5 +8,6 @@
 #include "ombrel/framework/halvard_metadc.h"
 #include "ombrel/framework/hal.h"
 #include "ombrel/framework/isa.h"
+#include "ombrel/framework/object_stream.h"
 #include "ombrel/framework/roi.h"
 #include "ombrel/framework/startup.h"

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "ombrel/framework/hal.h"
+#include "ombrel/framework/object_stream.h"
 
 namespace ombrel {
 namespace {
@@ -307,6 +308,49 @@ ROIRow* ROIRowIter::FirstRow() {
 
 ROIRow* ROIRowIter::NextRow(int step) {
     return Increment(step) ? this : nullptr;
+}
+
+// ---- Persistence
+// ---------------------------------------------------------------------------------------------
+
+const os_class ROI::kStreamClass = os_class::Make<ROI, &ROI::WriteStream, &ROI::ReadStream>(
+    "(ROI*)", static_cast<uint32_t>(RCSStringToNumber("$Revision: 1.1 $")));
+
+const os_class& StreamClassOf(const ROI*) {
+    return ROI::kStreamClass;
+}
+
+void ROI::WriteStream(os_bstream& s, const ROI& roi) {
+    s.WriteInt(roi._height);
+    s.WriteInt(roi._width);
+    s.WritePointer<Buffer>(roi._maskDetached ? nullptr : roi._maskbits);
+}
+
+bool ROI::ReadStream(os_bstream& s, ROI& roi, uint32_t version) {
+    if (version != kStreamClass.Version()) {
+        OMBREL_ASSERT_HERE("lsroi", false, "0");
+        return true;
+    }
+    int32_t height, width;
+    Buffer* mask = nullptr;  // the stream's own: copied below, never kept
+    if (!s.ReadInt(height) || !s.ReadInt(width) || !s.ReadPointer(mask)) return false;
+    if (mask != nullptr && (mask->BitsPerPixel() != ONE || mask->BaseAddr() == nullptr)) return false;
+    roi.DeleteMaskbits();
+    roi._maskbits = nullptr;  // a detached caller's mask is forgotten: the region is the stream's now
+    roi._maskDetached = false;
+    if (mask != nullptr) {
+        roi.SetMaskbits(mask, true);
+        if (!roi._ownsMask ||
+            roi._maskbits->GetError() != 0) {  // no memory for the copy: the stream cannot be honoured
+            roi.DeleteMaskbits();
+            roi._maskbits = nullptr;
+            roi._maskDetached = false;
+            s.Fail("out of memory");
+            return false;
+        }
+    }
+    roi.SetExtent(width, height);
+    return true;
 }
 
 }  // namespace ombrel

@@ -17,6 +17,9 @@
 
 namespace ombrel {
 
+class os_bstream;
+class os_class;
+
 // One run of 1-bits in a mask row: first column and length.
 class OMBREL_API ROIScan {
   public:
@@ -101,6 +104,11 @@ class OMBREL_API ROI {
     void FreeScans();
     void TakeMaskOf(const ROI& other, bool copy);
 
+    static void WriteStream(os_bstream& s, const ROI& roi);
+    static bool ReadStream(os_bstream& s, ROI& roi, uint32_t version);
+    static const os_class kStreamClass;
+    friend OMBREL_API const os_class& StreamClassOf(const ROI*);
+
     int32_t _height = 0;
     int32_t _scanRows = 0;
     ROIRowStore* _scans = nullptr;
@@ -110,6 +118,14 @@ class OMBREL_API ROI {
     Buffer* _monstMasks[2] = {nullptr, nullptr};
     bool _maskDetached = false;  // _maskbits is a caller's mask the region no longer reads (see above)
 };
+
+// Regions persist as "(ROI*)", version 100100000 ("$Revision: 1.1 $"): height and width (two ints), then
+// the mask as a pointer to a buffer ("(Buffer*)"; null for a rectangular region and for a detached mask).
+// Scans are not stored: a region read back copies the mask into one it owns and builds its scans from it,
+// exactly as SetMaskbits does (also for a mask set with SetSwMask(mask, true)), then takes the stored extent.
+// Board masks are not stored (board memory does not outlive the process). A mask that is not one-bit makes
+// the stream corrupt; any other version reports "0" (module lsroi) and leaves the region unread.
+OMBREL_API const os_class& StreamClassOf(const ROI*);
 
 // A cursor over the rows of a region placed on an 8-bit image, one byte per pixel.
 class OMBREL_API ROIRow {

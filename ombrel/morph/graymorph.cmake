@@ -7,6 +7,6 @@ ombrel_add_operation(graymorph
           sse2 graymorph_kernels_sse2.cpp
           avx2 graymorph_kernels_avx2.cpp
           avx512 graymorph_kernels_avx512.cpp
-  TESTS graymorph_test.cpp
+  TESTS graymorph_test.cpp graymorph_stream_test.cpp
   OPENCV
   PUBLIC_HEADERS graymorph.h graymorph_ops.h)

@@ -28,9 +28,9 @@
 //
 // Speed (the bytes are those above on every path): a full rectangle up to 8 x 8 is filtered down the columns
 // straight from the image rows and then along the row; a taller full rectangle is filtered along the rows and
-// then down the columns by van Herk/Gil-Werman (three row operations per pixel whatever the height); any other
-// element is cut into horizontal runs of members whose minima are kept per image row and folded. Runs up to
-// 8 long take one vector load per member, longer ones a few overlapping loads of a doubling row.
+// then down the columns by van Herk/Gil-Werman (three row operations per pixel whatever the height); any
+// other element is cut into horizontal runs of members whose minima are kept per image row and folded. Runs
+// up to 8 long take one vector load per member, longer ones a few overlapping loads of a doubling row.
 #pragma once
 #include <cstdint>
 #include <cstdio>
@@ -44,6 +44,9 @@
 #include "ombrel/morph/graymorph_ops.h"
 
 namespace ombrel {
+
+class os_bstream;
+class os_class;
 
 // Go() statuses.
 constexpr int kGrayMorphUnknownOp = 4001;
@@ -113,6 +116,11 @@ class OMBREL_API GrayMorphElem {
     void ClampHotSpot();
     void Changed();
 
+    static void WriteStream(os_bstream& s, const GrayMorphElem& elem);
+    static bool ReadStream(os_bstream& s, GrayMorphElem& elem, uint32_t version);
+    static const os_class kStreamClass;
+    friend OMBREL_API const os_class& StreamClassOf(const GrayMorphElem*);
+
     int32_t _hotX = 0;
     int32_t _hotY = 0;
     int32_t _width = 0;
@@ -121,6 +129,14 @@ class OMBREL_API GrayMorphElem {
     std::vector<uint16_t> _tiles;
     bool _updated = true;
 };
+
+// Elements persist as "(GrayMorphElem*)", version 100100000 ("$Revision: 1.1 $"): hot spot x and y, width
+// and height (four ints), then the weights as one chunk of width x height bytes, row by row. Tiles and the
+// updated flag are not stored: reading rebuilds the tiles and sets the flag, as every change does. An
+// element without weights is 0 x 0 with an empty chunk. A size beyond the limits, a hot spot outside the
+// element or a chunk of another length makes the stream corrupt; any other version reports "0" (module
+// lsgraymorph) and leaves the element unread.
+OMBREL_API const os_class& StreamClassOf(const GrayMorphElem*);
 
 class OMBREL_API GrayMorphAgent : public Agent {
   public:

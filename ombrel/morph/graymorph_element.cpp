@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "ombrel/framework/hal.h"
+#include "ombrel/framework/object_stream.h"
 #include "ombrel/morph/graymorph.h"
 
 namespace ombrel {
@@ -155,6 +157,48 @@ int GrayMorphElem::Members() const {
 unsigned GrayMorphElem::GetMaskByIndex(int index) const {
     if (index < 0 || index >= GetMaskSize()) return 0;
     return _tiles[static_cast<size_t>(index)];
+}
+
+// ---- Persistence
+// ---------------------------------------------------------------------------------------------
+
+const os_class GrayMorphElem::kStreamClass =
+    os_class::Make<GrayMorphElem, &GrayMorphElem::WriteStream, &GrayMorphElem::ReadStream>(
+        "(GrayMorphElem*)", static_cast<uint32_t>(RCSStringToNumber("$Revision: 1.1 $")));
+
+const os_class& StreamClassOf(const GrayMorphElem*) {
+    return GrayMorphElem::kStreamClass;
+}
+
+void GrayMorphElem::WriteStream(os_bstream& s, const GrayMorphElem& elem) {
+    s.WriteInt(elem._hotX);
+    s.WriteInt(elem._hotY);
+    s.WriteInt(elem._width);
+    s.WriteInt(elem._height);
+    s.WriteChunk(elem._weights.data(), static_cast<uint32_t>(elem._weights.size()));
+}
+
+bool GrayMorphElem::ReadStream(os_bstream& s, GrayMorphElem& elem, uint32_t version) {
+    if (version != kStreamClass.Version()) {
+        OMBREL_ASSERT_HERE("lsgraymorph", false, "0");
+        return true;
+    }
+    int32_t hotX, hotY, width, height;
+    if (!s.ReadInt(hotX) || !s.ReadInt(hotY) || !s.ReadInt(width) || !s.ReadInt(height)) return false;
+    const bool empty = width == 0 && height == 0;
+    if (!empty && (!SizeAccepted(width, height) || hotX < 0 || hotX >= width || hotY < 0 || hotY >= height))
+        return false;
+    const uint32_t cells = empty ? 0 : static_cast<uint32_t>(width) * static_cast<uint32_t>(height);
+    std::vector<unsigned char> weights;
+    if (!s.ReadChunk(weights, cells) || weights.size() != cells) return false;
+    if (empty && (hotX != 0 || hotY != 0)) return false;
+    elem._hotX = hotX;
+    elem._hotY = hotY;
+    elem._width = width;
+    elem._height = height;
+    elem._weights.swap(weights);
+    elem.Changed();
+    return true;
 }
 
 }  // namespace ombrel
