@@ -336,9 +336,11 @@ TEST(ObjectStreamHostile, RandomCorruptionsNeverCrashOrLeak) {
 }
 
 // Builds stream bytes by hand: header then `body`.
-std::vector<uint8_t> Stream(std::vector<uint8_t> body) {
-    std::vector<uint8_t> bytes = {'O', 'M', 'B', 'S', 1, 0, 0, 0};
-    bytes.insert(bytes.end(), body.begin(), body.end());
+std::vector<uint8_t> Stream(const std::vector<uint8_t>& body) {
+    static constexpr uint8_t kHeader[8] = {'O', 'M', 'B', 'S', 1, 0, 0, 0};
+    std::vector<uint8_t> bytes(sizeof kHeader + body.size());
+    std::copy(std::begin(kHeader), std::end(kHeader), bytes.begin());
+    std::copy(body.begin(), body.end(), bytes.begin() + sizeof kHeader);
     return bytes;
 }
 
