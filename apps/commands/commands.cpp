@@ -15,6 +15,7 @@ CommandRun AddSobelCommand(CLI::App& program);
 CommandRun AddBinMorphCommand(CLI::App& program);
 CommandRun AddGrayMorphCommand(CLI::App& program);
 CommandRun AddBreakCommand(CLI::App& program);
+CommandRun AddMatchCommand(CLI::App& program);
 
 // One line per subcommand, in the order `ombrel --help` lists them.
 const std::vector<Command>& Commands() {
@@ -22,7 +23,7 @@ const std::vector<Command>& Commands() {
         {"demo", AddDemoCommand},         {"arith", AddArithCommand},         {"hist", AddHistCommand},
         {"mask", AddMaskCommand},         {"project", AddProjectCommand},     {"average", AddAverageCommand},
         {"binmorph", AddBinMorphCommand}, {"graymorph", AddGrayMorphCommand}, {"blob", AddBlobCommand},
-        {"sobel", AddSobelCommand},       {"break", AddBreakCommand},
+        {"sobel", AddSobelCommand},       {"break", AddBreakCommand},         {"match", AddMatchCommand},
     };
     return commands;
 }

@@ -233,7 +233,8 @@ bool CorrMatchAgent::RefinePeak(int k, CorrSubpixel* out) const {
     if (cx > 0 && cx + 1 < cols) Parabola(score(cx - 1, cy), c, score(cx + 1, cy), &dx, &hx);
     if (cy > 0 && cy + 1 < rows) Parabola(score(cx, cy - 1), c, score(cx, cy + 1), &dy, &hy);
     out->position = Fpoint{p._pos.x + dx * _xStep, p._pos.y + dy * _yStep};
-    out->score = hx + hy - c;  // both axes' rises added to the centre
+    // Both axes' rises added to the centre; never above 1, which no correlation exceeds.
+    out->score = std::min(hx + hy - c, std::max(c, 1.0));
     return true;
 }
 

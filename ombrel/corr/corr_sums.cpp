@@ -111,7 +111,7 @@ CorrTempl CorrTempl::From(const CorrTemplate& t) {
 
 namespace {
 
-// The three exact sums of one position, by the routine the spec's bounds choose.
+// The three exact sums of one position, by the routine whose accumulators cannot overflow for N pixels.
 void PositionSums(const CorrTempl& t, const uint8_t* img, int imgPitch, int64_t n, double* sI, double* sI2,
                   double* sTI) {
     const Buffer* b = t.buffer;

@@ -12,7 +12,7 @@
 //     mI = sumI/N, mT = S/N, c = sumTI/N - mT*mI, v = (sumI2/N - mI^2) * (Q/N - mT^2)
 //     score = |c| / sqrt(v)   (position-only flag 0; an inverted patch also scores 1)
 //     score = c^2 / v         (position-only flag 1; no root is taken)
-// and 0 where the spec's formula divides by zero. Ours, never changing a defined score: N == 0 and v <= 0
+// and 0 where the formula divides by zero. Ours, never changing a defined score: N == 0 and v <= 0
 // (a rounding residue of a flat patch) also score 0, so no score is ever NaN or infinite.
 //
 // Safety: the template is always 8-bit; a source that is null, not 8-bit or without pixels gives a template
