@@ -148,69 +148,103 @@ void RunSobel(Bytes& in) {
     agent->SetUseThreshold2(in.Flag());
     agent->SetThreshold2(in.Int(-300, 300));
     agent->Go();
-    void RunBinMorph(Bytes & in) {
-        auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
-        auto dst = in.Flag() ? std::make_unique<ombrel::Buffer>(src.get(), src->Width(), src->Height())
-                             : Image(in, ombrel::EIGHT);
-        std::unique_ptr<ombrel::Buffer> mask;
-        const ombrel::ROI roi = Region(in, mask);
-        unsigned lut[16];
-        for (unsigned& word : lut) word = static_cast<unsigned>(in.Int(0, 65535)) * 65537u;
-        ombrel::BinMorphOperator predefined(static_cast<ombrel::BinMorphOpCode>(in.Int(-2, 20))), own(lut);
-        // Bounded: an operation that never settles runs every pass it is given.
-        std::unique_ptr<ombrel::BinMorphAgent> agent(ombrel::BinMorphFact(
-            src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
-            static_cast<ombrel::BMBORDER>(in.Int(0, 1)), in.Flag() ? &predefined : &own, in.Int(-2, 9)));
-        if (!agent) return;
+}
+
+void RunBinMorph(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::SIXTEEN);
+    auto dst = in.Flag() ? std::make_unique<ombrel::Buffer>(src.get(), src->Width(), src->Height())
+                         : Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    unsigned lut[16];
+    for (unsigned& word : lut) word = static_cast<unsigned>(in.Int(0, 65535)) * 65537u;
+    ombrel::BinMorphOperator predefined(static_cast<ombrel::BinMorphOpCode>(in.Int(-2, 20))), own(lut);
+    // Bounded: an operation that never settles runs every pass it is given.
+    std::unique_ptr<ombrel::BinMorphAgent> agent(ombrel::BinMorphFact(
+        src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+        static_cast<ombrel::BMBORDER>(in.Int(0, 1)), in.Flag() ? &predefined : &own, in.Int(-2, 9)));
+    if (!agent) return;
+    agent->Go();
+    agent->Go(in.Flag() ? nullptr : &own);
+}
+
+void RunGrayMorph(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE), dst = Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    const int w = in.Int(-1, 30), h = in.Int(-1, 30);
+    std::vector<unsigned char> weights(static_cast<size_t>(w > 0 && h > 0 ? w * h : 0));
+    for (auto& v : weights) v = in.Flag() ? 255 : 0;
+    ombrel::GrayMorphElem element(in.Int(-3, 33), in.Int(-3, 33), w, h,
+                                  weights.empty() ? nullptr : weights.data());
+    if (in.Flag()) element.SetElementDims(in.Int(-1, 12), in.Int(-1, 12));
+    std::unique_ptr<ombrel::GrayMorphAgent> agent(ombrel::GrayMorphFact(
+        src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+        static_cast<ombrel::GRAYMORPHOP>(in.Int(-1, 8)), static_cast<ombrel::GMPOLARITY>(in.Int(0, 3)),
+        in.Int(-2, 4), in.Flag() ? &element : nullptr));
+    if (agent) agent->Go();
+}
+
+void RunBreak(Bytes& in) {
+    auto image = Image(in, ombrel::EIGHT), templ = Image(in, ombrel::EIGHT);
+    auto dilated = in.Flag() ? Image(in, ombrel::EIGHT) : std::make_unique<ombrel::Buffer>(*image);
+    std::unique_ptr<ombrel::Buffer> mask;
+    const ombrel::ROI roi = Region(in, mask);
+    const auto border = static_cast<ombrel::BMBORDER>(in.Int(0, 1));
+    const int iterations = in.Int(-1, 5), xorMode = in.Int(0, 1);
+    std::unique_ptr<ombrel::BreakAgent> agent;
+    std::vector<ombrel::Buffer*> images{image.get(), dilated.get()}, templates{templ.get(), image.get()},
+        dilateds{dilated.get(), templ.get()};
+    if (in.Flag()) templates.resize(static_cast<size_t>(in.Int(0, 2)));
+    switch (in.Int(0, 2)) {
+        case 0:
+            agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(),
+                                                         ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
+                                                         border, iterations, xorMode);
+            break;
+        case 1:
+            agent = std::make_unique<ombrel::BreakAgent>(&images, &templates, &dilateds, border, iterations,
+                                                         xorMode);
+            break;
+        default:
+            agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(), border,
+                                                         iterations, xorMode);
+            break;
+    }
+    if (agent->Go() == 0) agent->PostGo();
+}
+
+void RunCorrMatch(Bytes& in) {
+    auto image = Image(in, ombrel::EIGHT), patch = Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    ombrel::ROI roi = Region(in, mask);
+    ombrel::ROI patchRoi(in.Int(-2, 20), in.Int(-2, 20));
+    std::unique_ptr<ombrel::CorrTemplate> tpl =
+        in.Flag() ? std::make_unique<ombrel::CorrTemplate>(patch.get(), in.Int(0, 1))
+                  : std::make_unique<ombrel::CorrTemplate>(
+                        patch.get(), ombrel::Point{in.Int(-4, 50), in.Int(-4, 50)}, &patchRoi, in.Int(0, 1));
+    tpl->SetHotSpot(ombrel::Point{in.Int(-60, 60), in.Int(-60, 60)});
+    ombrel::Point origin{in.Int(-8, 50), in.Int(-8, 50)};
+    const int imgSigned = in.Int(0, 1), tplSigned = in.Int(0, 1), xs = in.Int(-2, 9), ys = in.Int(-2, 9);
+    ombrel::CorrResult result;
+    ombrel::CorrPoint best;
+    std::unique_ptr<ombrel::CorrMatchAgent> agent(
+        in.Flag() ? ombrel::CorrMatchFact(image.get(), &origin, &roi, tpl.get(), &result, imgSigned,
+                                          tplSigned, xs, ys)
+                  : ombrel::CorrMatchFact(image.get(), &origin, &roi, tpl.get(), &best, imgSigned, tplSigned,
+                                          xs, ys));
+    if (agent) {
         agent->Go();
-        agent->Go(in.Flag() ? nullptr : &own);
+        ombrel::CorrSubpixel sub;
+        agent->RefinePeak(in.Int(-1, 3000), &sub);
+        ombrel::CorrTopN(result, in.Int(0, 5), in.Int(0, 10));
     }
-
-    void RunGrayMorph(Bytes & in) {
-        auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE), dst = Image(in, ombrel::EIGHT);
-        std::unique_ptr<ombrel::Buffer> mask;
-        const ombrel::ROI roi = Region(in, mask);
-        const int w = in.Int(-1, 30), h = in.Int(-1, 30);
-        std::vector<unsigned char> weights(static_cast<size_t>(w > 0 && h > 0 ? w * h : 0));
-        for (auto& v : weights) v = in.Flag() ? 255 : 0;
-        ombrel::GrayMorphElem element(in.Int(-3, 33), in.Int(-3, 33), w, h,
-                                      weights.empty() ? nullptr : weights.data());
-        if (in.Flag()) element.SetElementDims(in.Int(-1, 12), in.Int(-1, 12));
-        std::unique_ptr<ombrel::GrayMorphAgent> agent(ombrel::GrayMorphFact(
-            src.get(), in.Flag() ? src.get() : dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)}, roi,
-            static_cast<ombrel::GRAYMORPHOP>(in.Int(-1, 8)), static_cast<ombrel::GMPOLARITY>(in.Int(0, 3)),
-            in.Int(-2, 4), in.Flag() ? &element : nullptr));
-        if (agent) agent->Go();
-    }
-
-    void RunBreak(Bytes & in) {
-        auto image = Image(in, ombrel::EIGHT), templ = Image(in, ombrel::EIGHT);
-        auto dilated = in.Flag() ? Image(in, ombrel::EIGHT) : std::make_unique<ombrel::Buffer>(*image);
-        std::unique_ptr<ombrel::Buffer> mask;
-        const ombrel::ROI roi = Region(in, mask);
-        const auto border = static_cast<ombrel::BMBORDER>(in.Int(0, 1));
-        const int iterations = in.Int(-1, 5), xorMode = in.Int(0, 1);
-        std::unique_ptr<ombrel::BreakAgent> agent;
-        std::vector<ombrel::Buffer*> images{image.get(), dilated.get()}, templates{templ.get(), image.get()},
-            dilateds{dilated.get(), templ.get()};
-        if (in.Flag()) templates.resize(static_cast<size_t>(in.Int(0, 2)));
-        switch (in.Int(0, 2)) {
-            case 0:
-                agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(),
-                                                             ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)},
-                                                             roi, border, iterations, xorMode);
-                break;
-            case 1:
-                agent = std::make_unique<ombrel::BreakAgent>(&images, &templates, &dilateds, border,
-                                                             iterations, xorMode);
-                break;
-            default:
-                agent = std::make_unique<ombrel::BreakAgent>(image.get(), templ.get(), dilated.get(), border,
-                                                             iterations, xorMode);
-                break;
-        }
-        if (agent->Go() == 0) agent->PostGo();
-    }
+    ombrel::CorrTempl search = ombrel::CorrTempl::From(*tpl);
+    std::vector<ombrel::Point> at;
+    for (int k = in.Int(0, 8); k > 0; --k) at.push_back(ombrel::Point{in.Int(-60, 60), in.Int(-60, 60)});
+    std::vector<float> scores;
+    ombrel::swComputeScores(&search, image.get(), at, scores, in.Int(-2, 10), false, in.Flag());
+}
 
 }  // namespace
 
@@ -225,9 +259,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Bytes in(data, size);
     // One agent per input, chosen by its first bytes. A new agent adds its runner here.
     using Runner = void (*)(Bytes&);
-    static constexpr Runner kRunners[] = {RunArith,     RunHistogram,    RunMask,  RunBlob,
-                                          RunProject,   RunFrameAverage, RunSobel, RunBinMorph,
-                                          RunGrayMorph, RunBreak};
+    static constexpr Runner kRunners[] = {RunArith,     RunHistogram,    RunMask,     RunBlob,
+                                          RunProject,   RunFrameAverage, RunSobel,    RunBinMorph,
+                                          RunGrayMorph, RunBreak,        RunCorrMatch};
     constexpr int kCount = static_cast<int>(sizeof(kRunners) / sizeof(kRunners[0]));
     kRunners[in.Int(0, kCount - 1)](in);
     ombrel::SetBlobMaxPoolSize(512);
