@@ -13,10 +13,13 @@ class KernelFamily;  // framework/kernel_family.h; not included here, since ISA-
 
 namespace ombrel::corr {
 
-// One template row against the image row under it.
+// A template against the image under it, all rows in one call.
 struct DotJob {
-    const uint8_t* t = nullptr;    // template row
-    const uint8_t* img = nullptr;  // image row, at the pixel under the template's first column
+    const uint8_t* t = nullptr;    // template, first row
+    const uint8_t* img = nullptr;  // image, at the pixel under the template's top-left
+    int64_t tPitch = 0;
+    int64_t imgPitch = 0;
+    int32_t rows = 1;
     int32_t tSigned = 0;
     int32_t imgSigned = 0;
     int64_t sum = 0;  // running cross sum; every level adds to it

@@ -19,17 +19,26 @@ struct DotBody {
 
     template <bool TS, bool IS>
     static int Run(int begin, int end, DotJob& job) {
-        int k = begin;
-        while (k + kStep <= end) {
-            T acc = V::zero();
-            for (int v = 0; v < kBlock && k + kStep <= end; ++v, k += kStep) {
-                const T t = TS ? V::load8to16s(job.t + k) : V::load8to16(job.t + k);
-                const T i = IS ? V::load8to16s(job.img + k) : V::load8to16(job.img + k);
+        const int stop = begin + (end - begin) / kStep * kStep;
+        if (stop == begin) return begin;
+        T acc = V::zero();
+        int vectors = 0;
+        for (int r = 0; r < job.rows; ++r) {
+            const uint8_t* tr = job.t + r * job.tPitch;
+            const uint8_t* ir = job.img + r * job.imgPitch;
+            for (int k = begin; k < stop; k += kStep) {
+                const T t = TS ? V::load8to16s(tr + k) : V::load8to16(tr + k);
+                const T i = IS ? V::load8to16s(ir + k) : V::load8to16(ir + k);
                 acc = V::add32(acc, V::madd16(t, i));
+                if (++vectors == kBlock) {
+                    job.sum += V::hsum32s(acc);
+                    acc = V::zero();
+                    vectors = 0;
+                }
             }
-            job.sum += V::hsum32s(acc);
         }
-        return k;
+        job.sum += V::hsum32s(acc);
+        return stop;
     }
 
     static int Dot(int begin, int end, DotJob& job) {

@@ -269,8 +269,10 @@ void swCorrMatchAgent::Score(CorrPoint* pt, int ix, int iy) {
 void swCorrMatchAgent::RunPlain() {
     int64_t k = 0;
     CorrPoint local;
-    for (int iy = _iyStart; iy < _iyStop; iy += _yStep) {
-        for (int ix = _ixStart; ix < _ixStop; ix += _xStep) {
+    for (int64_t y64 = _iyStart; y64 < _iyStop; y64 += _yStep) {  // 64-bit: steps may be huge
+        const int iy = static_cast<int>(y64);
+        for (int64_t x64 = _ixStart; x64 < _ixStop; x64 += _xStep) {
+            const int ix = static_cast<int>(x64);
             CorrPoint* pt = _mode == 0 ? NextPoint(k++) : &(local = CorrPoint());
             pt->_positionOnly = _positionOnly;
             Score(pt, ix, iy);
@@ -311,12 +313,17 @@ bool swCorrMatchAgent::RunFast() {
     const int32_t count = _corrTemplate->GetCount();
     const double tSum = _corrTemplate->GetSum(), tSumSq = _corrTemplate->GetSumSq();
     corr::DotJob job;
+    job.t = tpl;
+    job.tPitch = tp;
+    job.imgPitch = _srcBuf->Pitch();
+    job.rows = th;
     job.tSigned = _corrTemplate->GetSigned();
     job.imgSigned = _imgSigned;
     int64_t k = 0;
     int windowTop = -1;  // rows [windowTop, windowTop + th) are in col
     CorrPoint local;
-    for (int iy = _iyStart; iy < _iyStop; iy += _yStep) {
+    for (int64_t y64 = _iyStart; y64 < _iyStop; y64 += _yStep) {  // 64-bit: steps may be huge
+        const int iy = static_cast<int>(y64);
         if (windowTop >= 0 && iy - windowTop < th) {
             for (int y = windowTop; y < iy; ++y) addRow(y, -1);
             for (int y = windowTop + th; y < iy + th; ++y) addRow(y, 1);
@@ -330,16 +337,14 @@ bool swCorrMatchAgent::RunFast() {
             pre[x + 1] = pre[x] + col[x];
             pre2[x + 1] = pre2[x] + col2[x];
         }
-        for (int ix = _ixStart; ix < _ixStop; ix += _xStep) {
+        for (int64_t x64 = _ixStart; x64 < _ixStop; x64 += _xStep) {
+            const int ix = static_cast<int>(x64);
             CorrPoint* pt = _mode == 0 ? NextPoint(k++) : &(local = CorrPoint());
             pt->_positionOnly = _positionOnly;
             const int a = ix - x0;
             job.sum = 0;
-            for (int r = 0; r < th; ++r) {
-                job.t = tpl + r * tp;
-                job.img = _srcBuf->Row(iy + r) + ix;
-                corr::kDotKernels.Run(isa, 0, tw, job);
-            }
+            job.img = _srcBuf->Row(iy) + ix;
+            corr::kDotKernels.Run(isa, 0, tw, job);
             pt->_sumI = static_cast<double>(pre[a + tw] - pre[a]);
             pt->_sumI2 = static_cast<double>(pre2[a + tw] - pre2[a]);
             pt->_sumTI = static_cast<double>(job.sum);

@@ -241,11 +241,14 @@ TEST_P(CorrMatchIsa, EveryPositionEqualsThePlainLoopBitForBit) {
 
 TEST_P(CorrMatchIsa, EachVectorLevelHandlesTheWholeVectorsOfASpan) {
     if (!corr::kDotKernels.HasOwnKernel(Level())) GTEST_SKIP() << "no kernel of its own at this level";
-    auto a = testing::RandomImage(200, 1, 4), b = testing::RandomImage(200, 1, 5);
+    auto a = testing::RandomImage(200, 3, 4), b = testing::RandomImage(200, 3, 5);
     for (int signs = 0; signs < 4; ++signs) {
         corr::DotJob job, ref;
         job.t = ref.t = a->Row(0);
         job.img = ref.img = b->Row(0);
+        job.tPitch = ref.tPitch = a->Pitch();
+        job.imgPitch = ref.imgPitch = b->Pitch();
+        job.rows = ref.rows = 3;
         job.tSigned = ref.tSigned = signs & 1;
         job.imgSigned = ref.imgSigned = signs >> 1;
         const int handled = corr::kDotKernels.At(Level())(0, 200, job);
@@ -254,13 +257,14 @@ TEST_P(CorrMatchIsa, EachVectorLevelHandlesTheWholeVectorsOfASpan) {
         corr::kDotKernels.Scalar()(0, handled, ref);
         EXPECT_EQ(job.sum, ref.sum) << signs;
     }
-    // Extreme bytes everywhere: a saturating 16-bit path would show here.
+    // Extreme bytes everywhere: a saturating 16-bit path or an unfolded 32-bit lane would show here.
     std::vector<uint8_t> hi(70000, 255), lo(70000, 0x80);
     for (const auto* img : {&hi, &lo}) {
         corr::DotJob job, ref;
         job.t = ref.t = hi.data();
         job.img = ref.img = img->data();
         job.imgSigned = ref.imgSigned = img == &lo;
+        job.rows = ref.rows = 4;  // the same row four times: past 2^31 in a 32-bit lane unless folded
         corr::kDotKernels.Run(Level(), 0, 70000, job);
         corr::kDotKernels.Scalar()(0, 70000, ref);
         EXPECT_EQ(job.sum, ref.sum);
