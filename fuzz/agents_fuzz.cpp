@@ -279,6 +279,38 @@ void RunAutoFocus(Bytes& in) {
     agent->Go();
 }
 
+void RunCorrMatch(Bytes& in) {
+    auto image = Image(in, ombrel::EIGHT), patch = Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    ombrel::ROI roi = Region(in, mask);
+    ombrel::ROI patchRoi(in.Int(-2, 20), in.Int(-2, 20));
+    std::unique_ptr<ombrel::CorrTemplate> tpl =
+        in.Flag() ? std::make_unique<ombrel::CorrTemplate>(patch.get(), in.Int(0, 1))
+                  : std::make_unique<ombrel::CorrTemplate>(
+                        patch.get(), ombrel::Point{in.Int(-4, 50), in.Int(-4, 50)}, &patchRoi, in.Int(0, 1));
+    tpl->SetHotSpot(ombrel::Point{in.Int(-60, 60), in.Int(-60, 60)});
+    ombrel::Point origin{in.Int(-8, 50), in.Int(-8, 50)};
+    const int imgSigned = in.Int(0, 1), tplSigned = in.Int(0, 1), xs = in.Int(-2, 9), ys = in.Int(-2, 9);
+    ombrel::CorrResult result;
+    ombrel::CorrPoint best;
+    std::unique_ptr<ombrel::CorrMatchAgent> agent(
+        in.Flag() ? ombrel::CorrMatchFact(image.get(), &origin, &roi, tpl.get(), &result, imgSigned,
+                                          tplSigned, xs, ys)
+                  : ombrel::CorrMatchFact(image.get(), &origin, &roi, tpl.get(), &best, imgSigned, tplSigned,
+                                          xs, ys));
+    if (agent) {
+        agent->Go();
+        ombrel::CorrSubpixel sub;
+        agent->RefinePeak(in.Int(-1, 3000), &sub);
+        ombrel::CorrTopN(result, in.Int(0, 5), in.Int(0, 10));
+    }
+    ombrel::CorrTempl search = ombrel::CorrTempl::From(*tpl);
+    std::vector<ombrel::Point> at;
+    for (int k = in.Int(0, 8); k > 0; --k) at.push_back(ombrel::Point{in.Int(-60, 60), in.Int(-60, 60)});
+    std::vector<float> scores;
+    ombrel::swComputeScores(&search, image.get(), at, scores, in.Int(-2, 10), false, in.Flag());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -2,6 +2,7 @@
 // Everything Ombrel offers, one include.
 #pragma once
 #include "ombrel/blob/blob.h"
+#include "ombrel/corr/corr.h"
 #include "ombrel/framework/framework.h"
 #include "ombrel/gradients/gradients.h"
 #include "ombrel/pixelops/pixelops.h"

@@ -19,6 +19,7 @@ CommandRun AddDecimateCommand(CLI::App& program);
 CommandRun AddTransposeCommand(CLI::App& program);
 CommandRun AddAngleCommand(CLI::App& program);
 CommandRun AddFocusCommand(CLI::App& program);
+CommandRun AddMatchCommand(CLI::App& program);
 
 // One line per subcommand, in the order `ombrel --help` lists them.
 const std::vector<Command>& Commands() {
@@ -39,6 +40,7 @@ const std::vector<Command>& Commands() {
         {"break", AddBreakCommand},
         {"angle", AddAngleCommand},
         {"focus", AddFocusCommand},
+        {"match", AddMatchCommand},
     };
     // clang-format on
     return commands;

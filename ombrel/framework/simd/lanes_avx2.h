@@ -125,6 +125,20 @@ struct Avx2 {
     static T srli16(T x) {
         return _mm256_srli_epi16(x, k);
     }
+    // N/2 bytes at p, sign-extended to 16-bit lanes.
+    static T load8to16s(const uint8_t* p) {
+        return _mm256_cvtepi8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
+    // vpmaddwd: each 32-bit lane is x0*y0 + x1*y1 of its two signed 16-bit pairs.
+    static T madd16(T x, T y) { return _mm256_madd_epi16(x, y); }
+    // Sum of the signed 32-bit lanes, exact in 64 bits.
+    static int64_t hsum32s(T x) {
+        alignas(32) int32_t v[8];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(v), x);
+        int64_t s = 0;
+        for (int32_t e : v) s += e;
+        return s;
+    }
 };
 
 }  // namespace

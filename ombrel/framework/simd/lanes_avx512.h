@@ -146,6 +146,18 @@ struct Avx512 {
     static T srli16(T x) {
         return _mm512_srli_epi16(x, k);
     }
+    // N/2 bytes at p, sign-extended to 16-bit lanes.
+    static T load8to16s(const uint8_t* p) {
+        return _mm512_cvtepi8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+    }
+    // vpmaddwd: each 32-bit lane is x0*y0 + x1*y1 of its two signed 16-bit pairs.
+    static T madd16(T x, T y) { return _mm512_madd_epi16(x, y); }
+    // Sum of the signed 32-bit lanes, exact in 64 bits.
+    static int64_t hsum32s(T x) {
+        const __m512i lo = _mm512_cvtepi32_epi64(_mm512_castsi512_si256(x));
+        const __m512i hi = _mm512_cvtepi32_epi64(_mm512_extracti64x4_epi64(x, 1));
+        return _mm512_reduce_add_epi64(_mm512_add_epi64(lo, hi));
+    }
 };
 
 }  // namespace

@@ -122,6 +122,19 @@ struct Sse2 {
     static T srli16(T x) {
         return _mm_srli_epi16(x, k);
     }
+    // N/2 bytes at p, sign-extended to 16-bit lanes.
+    static T load8to16s(const uint8_t* p) {
+        const __m128i b = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+        return _mm_srai_epi16(_mm_unpacklo_epi8(b, b), 8);
+    }
+    // pmaddwd: each 32-bit lane is x0*y0 + x1*y1 of its two signed 16-bit pairs.
+    static T madd16(T x, T y) { return _mm_madd_epi16(x, y); }
+    // Sum of the signed 32-bit lanes, exact in 64 bits.
+    static int64_t hsum32s(T x) {
+        alignas(16) int32_t v[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(v), x);
+        return int64_t{v[0]} + v[1] + v[2] + v[3];
+    }
 };
 
 }  // namespace

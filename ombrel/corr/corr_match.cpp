@@ -1,0 +1,434 @@
+// SPDX-License-Identifier: MIT
+#include "ombrel/corr/corr_match.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "ombrel/corr/corr_kernels.h"
+#include "ombrel/framework/factory.h"
+#include "ombrel/framework/hal.h"
+#include "ombrel/framework/isa.h"
+#include "ombrel/framework/kernel_family.h"
+
+namespace ombrel {
+
+// ---- CorrResult ----
+
+int CorrResultCompare(const void* a, const void* b) {
+    if (a == nullptr || b == nullptr) return 0;
+    const CorrPoint* pa = *static_cast<CorrPoint* const*>(a);
+    const CorrPoint* pb = *static_cast<CorrPoint* const*>(b);
+    if (pa == nullptr || pb == nullptr) return 0;
+    if (pa->_score < pb->_score) return 1;
+    if (pa->_score == pb->_score) return 0;
+    return -1;
+}
+
+void CorrResult::Sort() {
+    if (_sortedCorrPtList == nullptr || _count <= 0) return;
+    std::qsort(_sortedCorrPtList, static_cast<size_t>(_count), sizeof(CorrPoint*), CorrResultCompare);
+}
+
+void CorrResult::FreeLists() {
+    std::free(_corrPtList);
+    std::free(_sortedCorrPtList);
+    _corrPtList = nullptr;
+    _sortedCorrPtList = nullptr;
+    _count = 0;
+}
+
+// ---- CorrMatchAgent ----
+
+CorrMatchAgent::CorrMatchAgent(Buffer* src, CorrTemplate* tpl, CorrResult* result, int imgSigned,
+                               int tplSigned, int xStep, int yStep)
+    : Agent(src) {
+    Init(tpl, result, nullptr, imgSigned, tplSigned, xStep, yStep, 0);
+}
+CorrMatchAgent::CorrMatchAgent(Buffer* src, Rect r, CorrTemplate* tpl, CorrResult* result, int imgSigned,
+                               int tplSigned, int xStep, int yStep)
+    : Agent(src, r) {
+    Init(tpl, result, nullptr, imgSigned, tplSigned, xStep, yStep, 0);
+}
+CorrMatchAgent::CorrMatchAgent(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrResult* result,
+                               int imgSigned, int tplSigned, int xStep, int yStep)
+    : Agent(src, p != nullptr ? *p : Point{}, roi != nullptr ? *roi : ROI()) {
+    Init(tpl, result, nullptr, imgSigned, tplSigned, xStep, yStep, 0);
+}
+CorrMatchAgent::CorrMatchAgent(Buffer* src, CorrTemplate* tpl, CorrPoint* best, int imgSigned, int tplSigned,
+                               int xStep, int yStep)
+    : Agent(src) {
+    Init(tpl, nullptr, best, imgSigned, tplSigned, xStep, yStep, 1);
+}
+CorrMatchAgent::CorrMatchAgent(Buffer* src, Rect r, CorrTemplate* tpl, CorrPoint* best, int imgSigned,
+                               int tplSigned, int xStep, int yStep)
+    : Agent(src, r) {
+    Init(tpl, nullptr, best, imgSigned, tplSigned, xStep, yStep, 1);
+}
+CorrMatchAgent::CorrMatchAgent(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrPoint* best,
+                               int imgSigned, int tplSigned, int xStep, int yStep)
+    : Agent(src, p != nullptr ? *p : Point{}, roi != nullptr ? *roi : ROI()) {
+    Init(tpl, nullptr, best, imgSigned, tplSigned, xStep, yStep, 1);
+}
+
+void CorrMatchAgent::Init(CorrTemplate* tpl, CorrResult* result, CorrPoint* best, int imgSigned,
+                          int tplSigned, int xStep, int yStep, int mode) {
+    // A missing template counts as a template in error.
+    _error = tpl != nullptr ? tpl->GetError() : BUFFER_BAD_SIZE;
+    _corrTemplate = tpl;
+    _corrResults = result;
+    _best = best;
+    _imgSigned = imgSigned;
+    _tplSigned = tplSigned;
+    _xStep = xStep;
+    _yStep = yStep;
+    _mode = mode;
+    _maskSetting = 0;
+    _positionOnly = 0;
+    _status = 0;
+    _error |= PreGo();
+}
+
+void CorrMatchAgent::SetSrcBuf(Buffer* src) {
+    Agent::SetSrcBuf(src);
+    _dirty = 1;
+}
+void CorrMatchAgent::SetSrcPt(const Point& p) {
+    Agent::SetSrcPt(p);
+    _dirty = 1;
+}
+void CorrMatchAgent::SetExtent(const double& w, const double& h) {
+    Agent::SetExtent(w, h);
+    _dirty = 1;
+}
+void CorrMatchAgent::SetExtent(int w, int h) {
+    Agent::SetExtent(w, h);
+    _dirty = 1;
+}
+void CorrMatchAgent::SetSrcROI(const ROI& roi) {
+    Agent::SetSrcROI(roi);
+    _dirty = 1;
+}
+
+int CorrMatchAgent::PreGo() {
+    _prepared = false;
+    const Buffer* src = _srcBuf;
+    const bool haveSrc = src != nullptr;
+    const int sw = haveSrc ? src->Width() : 0, sh = haveSrc ? src->Height() : 0;
+    OMBREL_ASSERT("corr", 501, haveSrc, "_srcBuf");
+    OMBREL_ASSERT("corr", 502, _xStep > 0, "_xStep > 0");
+    OMBREL_ASSERT("corr", 503, _yStep > 0, "_yStep > 0");
+    OMBREL_ASSERT("corr", 504, _corrTemplate != nullptr && _corrTemplate->GetBuffer() != nullptr,
+                  "_corrTemplate->GetBuffer()");
+    OMBREL_ASSERT("corr", 505, _sPt.x >= 0 && _sPt.x < sw, "_sPt.x >= 0 && _sPt.x < _srcBuf->Width()");
+    OMBREL_ASSERT("corr", 506, _sPt.y >= 0 && _sPt.y < sh, "_sPt.y >= 0 && _sPt.y < _srcBuf->Height()");
+    OMBREL_ASSERT("corr", 507, _sRoi.Width() != 0, "_sRoi.Width()");
+    OMBREL_ASSERT("corr", 508, _sRoi.Height() != 0, "_sRoi.Height()");
+    OMBREL_ASSERT("corr", 509, int64_t{_sPt.x} + _sRoi.Width() <= sw,
+                  "_sPt.x + _sRoi.Width() <= _srcBuf->Width()");
+    OMBREL_ASSERT("corr", 510, int64_t{_sPt.y} + _sRoi.Height() <= sh,
+                  "_sPt.y + _sRoi.Height() <= _srcBuf->Height()");
+    if (_error != 0) {
+        _status = -13500 - std::abs(_error);
+        return _status;
+    }
+    const Buffer* tb = _corrTemplate != nullptr ? _corrTemplate->GetBuffer() : nullptr;
+    const bool usable = haveSrc && src->BaseAddr() != nullptr && src->BitsPerPixel() == EIGHT &&
+                        tb != nullptr && tb->BaseAddr() != nullptr && _xStep > 0 && _yStep > 0;
+    _tw = tb != nullptr ? tb->Width() : 0;
+    _th = tb != nullptr ? tb->Height() : 0;
+    _tplBase = tb != nullptr ? tb->BaseAddr() : nullptr;
+    _srcBase = haveSrc ? src->BaseAddr() : nullptr;
+    const Point hot = _corrTemplate != nullptr ? _corrTemplate->GetHotSpot() : Point{};
+    // 64-bit: hot spots and regions are the caller's and may be absurd.
+    int64_t x0 = int64_t{_sPt.x} - hot.x, y0 = int64_t{_sPt.y} - hot.y;
+    int64_t x1 = x0 + _sRoi.Width(), y1 = y0 + _sRoi.Height();
+    x0 = std::max<int64_t>(x0, 0);
+    y0 = std::max<int64_t>(y0, 0);
+    if (_tw + x1 > int64_t{sw} + 1) x1 = int64_t{sw} + 1 - _tw;
+    if (_th + y1 > int64_t{sh} + 1) y1 = int64_t{sh} + 1 - _th;
+    const auto clamp32 = [](int64_t v) {
+        return static_cast<int32_t>(std::clamp<int64_t>(v, std::numeric_limits<int32_t>::min() / 2,
+                                                        std::numeric_limits<int32_t>::max() / 2));
+    };
+    _ixStart = clamp32(x0);
+    _ixStop = clamp32(x1);
+    _iyStart = clamp32(y0);
+    _iyStop = clamp32(y1);
+    OMBREL_ASSERT("corr", 452, !(_iyStop < _iyStart), "!(iy_stop < iy_start)");
+    OMBREL_ASSERT("corr", 453, !(_ixStop < _ixStart), "!(ix_stop < ix_start)");
+    if (_iyStop < _iyStart || _ixStop < _ixStart || !usable) {
+        aprintf("WARNING invalid corr specified - no correlation will be performed\n");
+        return -1;
+    }
+    if (_corrTemplate->GetSigned() != _tplSigned) _corrTemplate->Recompute(_tplSigned);
+    if (_corrTemplate->GetMask() != _maskSetting) {
+        _corrTemplate->SetMask(_maskSetting);
+        _corrTemplate->Recompute(0);  // deliberately back to unsigned
+    }
+    const int64_t nx = (int64_t{_ixStop} - _ixStart) / _xStep, ny = (int64_t{_iyStop} - _iyStart) / _yStep;
+    if (_mode == 0 && _corrResults != nullptr) {
+        _corrResults->FreeLists();
+        const int64_t capacity = (ny + 1) * (nx + 1);
+        const bool fits = capacity < std::numeric_limits<int32_t>::max() / int64_t{sizeof(CorrPoint)};
+        if (fits) {
+            _corrResults->_corrPtList =
+                static_cast<CorrPoint*>(std::calloc(static_cast<size_t>(capacity + 1), sizeof(CorrPoint)));
+            _corrResults->_sortedCorrPtList =
+                static_cast<CorrPoint**>(std::calloc(static_cast<size_t>(capacity), sizeof(CorrPoint*)));
+        }
+        OMBREL_ASSERT("corr", 482, _corrResults->_corrPtList != nullptr, "_corrResults->_corrPtList");
+        OMBREL_ASSERT("corr", 483, _corrResults->_sortedCorrPtList != nullptr,
+                      "_corrResults->_sortedCorrPtList");
+        if (_corrResults->_corrPtList == nullptr || _corrResults->_sortedCorrPtList == nullptr) {
+            _corrResults->FreeLists();
+            _dirty = 0;
+            return -13505;
+        }
+        // calloc gave zeroed points: the best point starts with score 0 at (0, 0).
+        _best = &_corrResults->_corrPtList[capacity];
+    }
+    _dirty = 0;
+    _prepared = _mode == 1 || _corrResults != nullptr;
+    return 0;
+}
+
+int CorrMatchAgent::Columns() const {
+    if (_ixStop <= _ixStart || _xStep < 1) return 0;
+    return static_cast<int>((int64_t{_ixStop} - _ixStart + _xStep - 1) / _xStep);
+}
+int CorrMatchAgent::Rows() const {
+    if (_iyStop <= _iyStart || _yStep < 1) return 0;
+    return static_cast<int>((int64_t{_iyStop} - _iyStart + _yStep - 1) / _yStep);
+}
+
+namespace {
+
+// Vertex of the parabola through (-1, l), (0, c), (1, r): the offset in [-0.5, 0.5] and its height. No
+// maximum (a flat or upward triple) keeps the centre.
+void Parabola(double l, double c, double r, double* offset, double* height) {
+    const double curvature = l - 2.0 * c + r;
+    *offset = 0.0;
+    *height = c;
+    if (!(curvature < 0.0)) return;
+    const double d = std::clamp(0.5 * (l - r) / curvature, -0.5, 0.5);
+    *offset = d;
+    *height = c - 0.25 * (l - r) * d;
+}
+
+}  // namespace
+
+bool CorrMatchAgent::RefinePeak(int k, CorrSubpixel* out) const {
+    if (out == nullptr || _corrResults == nullptr || _corrResults->_corrPtList == nullptr) return false;
+    const int cols = Columns(), rows = Rows();
+    if (k < 0 || k >= _corrResults->_count || cols == 0) return false;
+    const int cx = k % cols, cy = k / cols;
+    const auto score = [&](int x, int y) { return _corrResults->_corrPtList[y * cols + x]._score; };
+    const CorrPoint& p = _corrResults->_corrPtList[k];
+    const double c = p._score;
+    double dx = 0, dy = 0, hx = c, hy = c;
+    if (cx > 0 && cx + 1 < cols) Parabola(score(cx - 1, cy), c, score(cx + 1, cy), &dx, &hx);
+    if (cy > 0 && cy + 1 < rows) Parabola(score(cx, cy - 1), c, score(cx, cy + 1), &dy, &hy);
+    out->position = Fpoint{p._pos.x + dx * _xStep, p._pos.y + dy * _yStep};
+    // Both axes' rises added to the centre; never above 1, which no correlation exceeds.
+    out->score = std::min(hx + hy - c, std::max(c, 1.0));
+    return true;
+}
+
+// ---- swCorrMatchAgent ----
+
+CorrPoint* swCorrMatchAgent::NextPoint(int64_t k) {
+    CorrPoint* pt = &_corrResults->_corrPtList[k];
+    *pt = CorrPoint();
+    _corrResults->_sortedCorrPtList[k] = pt;
+    return pt;
+}
+
+void swCorrMatchAgent::Visit(CorrPoint* pt, int ix, int iy, double score) {
+    const Point hot = _corrTemplate->GetHotSpot();
+    pt->_pos = Point{hot.x + ix, hot.y + iy};
+    pt->_score = score;
+    if ((score == 0.0 && _best->_score == 0.0) || _best->_score < score) {
+        _best->_pos = pt->_pos;
+        _best->_score = score;
+        _best->_sumI = pt->_sumI;
+        _best->_sumI2 = pt->_sumI2;
+        _best->_sumTI = pt->_sumTI;
+    }
+}
+
+void swCorrMatchAgent::Score(CorrPoint* pt, int ix, int iy) {
+    int pitch = _srcBuf->Pitch();
+    _corrTemplate->FastComputeSums(_srcBuf->Row(iy) + ix, &pitch, _imgSigned, pt);
+}
+
+// The plain loop: FastComputeSums at every position.
+void swCorrMatchAgent::RunPlain() {
+    int64_t k = 0;
+    CorrPoint local;
+    for (int64_t y64 = _iyStart; y64 < _iyStop; y64 += _yStep) {  // 64-bit: steps may be huge
+        const int iy = static_cast<int>(y64);
+        for (int64_t x64 = _ixStart; x64 < _ixStop; x64 += _xStep) {
+            const int ix = static_cast<int>(x64);
+            CorrPoint* pt = _mode == 0 ? NextPoint(k++) : &(local = CorrPoint());
+            pt->_positionOnly = _positionOnly;
+            Score(pt, ix, iy);
+            Visit(pt, ix, iy, pt->_score);
+        }
+    }
+    if (_mode == 0) _corrResults->_count = static_cast<int32_t>(k);
+}
+
+// The same sums, exactly: sumI and sumI2 of every window from column sums kept over the template's rows,
+// sumTI from the multiply-add kernels. Valid only unmasked (the template's mask flag is 0).
+bool swCorrMatchAgent::RunFast() {
+    const int tw = _tw, th = _th;
+    const int x0 = _ixStart, x1 = _ixStop - 1 + tw;  // columns read: [x0, x1)
+    const int width = x1 - x0;
+    std::vector<int64_t> col, col2, pre, pre2;
+    try {
+        col.assign(width, 0);
+        col2.assign(width, 0);
+        pre.assign(width + 1, 0);
+        pre2.assign(width + 1, 0);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    const bool is = _imgSigned != 0;
+    const auto pixel = [is](uint8_t b) { return is ? int64_t{static_cast<int8_t>(b)} : int64_t{b}; };
+    const auto addRow = [&](int y, int sign) {
+        const uint8_t* r = _srcBuf->Row(y) + x0;
+        for (int x = 0; x < width; ++x) {
+            const int64_t v = pixel(r[x]);
+            col[x] += sign * v;
+            col2[x] += sign * v * v;
+        }
+    };
+    const Isa isa = ActiveIsa();
+    const uint8_t* tpl = _corrTemplate->GetBuffer()->BaseAddr();
+    const int64_t tp = _corrTemplate->GetBuffer()->Pitch();
+    const int32_t count = _corrTemplate->GetCount();
+    const double tSum = _corrTemplate->GetSum(), tSumSq = _corrTemplate->GetSumSq();
+    corr::DotJob job;
+    job.t = tpl;
+    job.tPitch = tp;
+    job.imgPitch = _srcBuf->Pitch();
+    job.rows = th;
+    job.tSigned = _corrTemplate->GetSigned();
+    job.imgSigned = _imgSigned;
+    int64_t k = 0;
+    int windowTop = -1;  // rows [windowTop, windowTop + th) are in col
+    CorrPoint local;
+    for (int64_t y64 = _iyStart; y64 < _iyStop; y64 += _yStep) {  // 64-bit: steps may be huge
+        const int iy = static_cast<int>(y64);
+        if (windowTop >= 0 && iy - windowTop < th) {
+            for (int y = windowTop; y < iy; ++y) addRow(y, -1);
+            for (int y = windowTop + th; y < iy + th; ++y) addRow(y, 1);
+        } else {
+            std::fill(col.begin(), col.end(), 0);
+            std::fill(col2.begin(), col2.end(), 0);
+            for (int y = iy; y < iy + th; ++y) addRow(y, 1);
+        }
+        windowTop = iy;
+        for (int x = 0; x < width; ++x) {
+            pre[x + 1] = pre[x] + col[x];
+            pre2[x + 1] = pre2[x] + col2[x];
+        }
+        for (int64_t x64 = _ixStart; x64 < _ixStop; x64 += _xStep) {
+            const int ix = static_cast<int>(x64);
+            CorrPoint* pt = _mode == 0 ? NextPoint(k++) : &(local = CorrPoint());
+            pt->_positionOnly = _positionOnly;
+            const int a = ix - x0;
+            job.sum = 0;
+            job.img = _srcBuf->Row(iy) + ix;
+            corr::kDotKernels.Run(isa, 0, tw, job);
+            pt->_sumI = static_cast<double>(pre[a + tw] - pre[a]);
+            pt->_sumI2 = static_cast<double>(pre2[a + tw] - pre2[a]);
+            pt->_sumTI = static_cast<double>(job.sum);
+            const double s = CorrScore(pt->_sumI, pt->_sumI2, pt->_sumTI, count, tSum, tSumSq, _positionOnly);
+            Visit(pt, ix, iy, s);
+        }
+    }
+    if (_mode == 0) _corrResults->_count = static_cast<int32_t>(k);
+    return true;
+}
+
+int swCorrMatchAgent::Go() {
+    if (_error != 0 || _status != 0) return 1;
+    OMBREL_ASSERT("swcorr", 14, !_dirty, "!_dirty");
+    if (_dirty && PreGo() != 0) return 1;
+    if (!_prepared || _best == nullptr) return 1;
+    // The template may have been changed since PreGo: its cached shape must still hold.
+    const Buffer* tb = _corrTemplate->GetBuffer();
+    if (tb == nullptr || tb->BaseAddr() != _tplBase || tb->Width() != _tw || tb->Height() != _th ||
+        _srcBuf->BaseAddr() != _srcBase)
+        return 1;
+    if (_mode == 1) {
+        _best->_score = 0.0;
+        _positionOnly = 1;
+    } else {
+        _positionOnly = 0;
+    }
+    if (_corrTemplate->GetMask() != 0 || !RunFast()) RunPlain();
+    if (_mode == 0) _corrResults->Sort();
+    return 0;
+}
+
+// ---- factories ----
+
+CorrMatchAgent* CorrMatchFact(Buffer* src, CorrTemplate* tpl, CorrResult* result, int imgSigned,
+                              int tplSigned, int xStep, int yStep) {
+    return MakeAgent<swCorrMatchAgent>({{src}}, src, tpl, result, imgSigned, tplSigned, xStep, yStep);
+}
+CorrMatchAgent* CorrMatchFact(Buffer* src, Rect r, CorrTemplate* tpl, CorrResult* result, int imgSigned,
+                              int tplSigned, int xStep, int yStep) {
+    return MakeAgent<swCorrMatchAgent>({{src}}, src, r, tpl, result, imgSigned, tplSigned, xStep, yStep);
+}
+CorrMatchAgent* CorrMatchFact(Buffer* src, int left, int top, int right, int bottom, CorrTemplate* tpl,
+                              CorrResult* result, int imgSigned, int tplSigned, int xStep, int yStep) {
+    return CorrMatchFact(src, RectFromInts(left, top, right, bottom), tpl, result, imgSigned, tplSigned,
+                         xStep, yStep);
+}
+CorrMatchAgent* CorrMatchFact(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrResult* result,
+                              int imgSigned, int tplSigned, int xStep, int yStep) {
+    return MakeAgent<swCorrMatchAgent>({{src}}, src, p, roi, tpl, result, imgSigned, tplSigned, xStep, yStep);
+}
+CorrMatchAgent* CorrMatchFact(Buffer* src, CorrTemplate* tpl, CorrPoint* best, int imgSigned, int tplSigned,
+                              int xStep, int yStep) {
+    return MakeAgent<swCorrMatchAgent>({{src}}, src, tpl, best, imgSigned, tplSigned, xStep, yStep);
+}
+CorrMatchAgent* CorrMatchFact(Buffer* src, Rect r, CorrTemplate* tpl, CorrPoint* best, int imgSigned,
+                              int tplSigned, int xStep, int yStep) {
+    return MakeAgent<swCorrMatchAgent>({{src}}, src, r, tpl, best, imgSigned, tplSigned, xStep, yStep);
+}
+CorrMatchAgent* CorrMatchFact(Buffer* src, int left, int top, int right, int bottom, CorrTemplate* tpl,
+                              CorrPoint* best, int imgSigned, int tplSigned, int xStep, int yStep) {
+    return CorrMatchFact(src, RectFromInts(left, top, right, bottom), tpl, best, imgSigned, tplSigned, xStep,
+                         yStep);
+}
+CorrMatchAgent* CorrMatchFact(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrPoint* best,
+                              int imgSigned, int tplSigned, int xStep, int yStep) {
+    return MakeAgent<swCorrMatchAgent>({{src}}, src, p, roi, tpl, best, imgSigned, tplSigned, xStep, yStep);
+}
+
+// ---- top N ----
+
+std::vector<CorrPoint> CorrTopN(const CorrResult& result, int n, double minDistance) {
+    std::vector<CorrPoint> kept;
+    if (result._sortedCorrPtList == nullptr || n <= 0) return kept;
+    const double min2 = minDistance * minDistance;
+    for (int k = 0; k < result._count && static_cast<int>(kept.size()) < n; ++k) {
+        const CorrPoint* p = result._sortedCorrPtList[k];
+        const bool far = std::all_of(kept.begin(), kept.end(), [&](const CorrPoint& q) {
+            const double dx = double(p->_pos.x) - q._pos.x, dy = double(p->_pos.y) - q._pos.y;
+            return dx * dx + dy * dy >= min2;
+        });
+        if (far) kept.push_back(*p);
+    }
+    return kept;
+}
+
+}  // namespace ombrel

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+// The trained pattern of normalised grey-level correlation, and one scored position.
+//
+// A CorrTemplate keeps a private 8-bit copy of a patch, the region of it whose pixels count, a hot spot and
+// the statistics every score needs: N (pixels counted), S = sum t, Q = sum t^2 and the variance term
+// N*Q - S^2, all over the region (Recompute). Template bytes are unsigned (0..255) or, with the signed flag,
+// signed (-128..127); with the mask flag, template bytes equal to 0 take no part anywhere.
+//
+// FastComputeSums scores one position: over the whole template buffer (width x height, not the region),
+// sumI += i, sumI2 += i*i, sumTI += t*i (each product in 32-bit integers, summed in double, hence exactly),
+// skipping t == 0 with the mask flag; image bytes are signed with the image-signed flag. Then
+//     mI = sumI/N, mT = S/N, c = sumTI/N - mT*mI, v = (sumI2/N - mI^2) * (Q/N - mT^2)
+//     score = |c| / sqrt(v)   (position-only flag 0; an inverted patch also scores 1)
+//     score = c^2 / v         (position-only flag 1; no root is taken)
+// and 0 where the formula divides by zero. Ours, never changing a defined score: N == 0 and v <= 0
+// (a rounding residue of a flat patch) also score 0, so no score is ever NaN or infinite.
+//
+// Safety: the template is always 8-bit; a source that is null, not 8-bit or without pixels gives a template
+// with a nonzero error (BufferError) that no agent runs with. The caller guarantees that the image pointer
+// given to FastComputeSums has width x height pixels readable at its pitch (the match agent clips for it).
+#pragma once
+#include <cstdint>
+
+#include "ombrel/framework/buffer.h"
+#include "ombrel/framework/export.h"
+#include "ombrel/framework/geometry.h"
+#include "ombrel/framework/roi.h"
+
+namespace ombrel {
+
+// One scored position. Assignment copies every field but the first further integer (_user0), which the
+// default constructor leaves unset as well; the score is left unset too, since every producer writes it.
+// Copy construction copies everything.
+class OMBREL_API CorrPoint {
+  public:
+    CorrPoint() : _pos{0, 0}, _sumI(0), _sumI2(0), _sumTI(0), _user1(0), _user2(0), _positionOnly(0) {}
+    CorrPoint(const CorrPoint& other) = default;
+    CorrPoint& operator=(const CorrPoint& other) {
+        if (this != &other) CopyFields(other);
+        return *this;
+    }
+
+    Point _pos;  // image position of the template's hot spot
+    double _score;
+    double _sumI;
+    double _sumI2;
+    double _sumTI;
+    int32_t _user0;  // three further integers, kept for callers; meaning not fixed here
+    int32_t _user1;
+    int32_t _user2;
+    int32_t _positionOnly;  // 1 selects the squared score
+
+  private:
+    void CopyFields(const CorrPoint& o) {
+        _pos = o._pos;
+        _score = o._score;
+        _sumI = o._sumI;
+        _sumI2 = o._sumI2;
+        _sumTI = o._sumTI;
+        _user1 = o._user1;
+        _user2 = o._user2;
+        _positionOnly = o._positionOnly;
+    }
+};
+
+// The score from the three exact image sums and the template statistics: the one formula every path of
+// the library uses, so that they all give the same doubles.
+OMBREL_API double CorrScore(double sumI, double sumI2, double sumTI, int32_t count, double sum, double sumSq,
+                            int32_t positionOnly);
+
+class OMBREL_API CorrTemplate {
+  public:
+    CorrTemplate(Buffer* src, int mask);
+    CorrTemplate(Buffer* src, Point p, ROI* roi, int mask);
+    CorrTemplate(const CorrTemplate& other);
+    CorrTemplate& operator=(const CorrTemplate& other);
+    virtual ~CorrTemplate();
+
+    // Stream class operations (the object stream itself lives elsewhere).
+    virtual const char* get_class() const { return "(CorrTemplate*)"; }
+    virtual const void* get_address() const { return this; }
+
+    Buffer* GetBuffer() const { return _buf; }
+    const ROI& GetROI() const { return _roi; }
+    Point GetHotSpot() const { return _hotSpot; }
+    void SetHotSpot(Point p) { _hotSpot = p; }
+    int32_t GetCount() const { return _count; }
+    double GetSum() const { return _sum; }
+    double GetSumSq() const { return _sumSq; }
+    double GetVariance() const { return _variance; }
+    int32_t GetMask() const { return _mask; }
+    void SetMask(int mask) { _mask = mask ? 1 : 0; }  // call Recompute afterwards
+    int32_t GetSigned() const { return _signed; }
+    int32_t GetError() const { return _error; }
+
+    void Recompute(int isSigned);
+    void FastComputeSums(unsigned char* img, int* pitch, int imgSigned, CorrPoint* pt) const;
+
+  private:
+    void CopyStatistics(const CorrTemplate& other);
+
+    // Field order is the persisted order.
+    Buffer* _buf = nullptr;
+    ROI _roi;
+    Point _hotSpot{0, 0};
+    int32_t _count = 0;
+    double _sum = 0.0;
+    double _sumSq = 0.0;
+    double _variance = 0.0;
+    int32_t _mask = 0;
+    int32_t _signed = 0;
+    int32_t _error = 0;
+};
+
+}  // namespace ombrel
