@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: MIT
 // ombrel break: the library's break detection, comparing a binary image with a binary template (and a
 // dilated copy of the image, made here with a 3x3 dilation unless given).
+#include <ombrel/framework/halvard_metadc.h>
 #include <ombrel/morph/binmorph.h>
 #include <ombrel/tools/break.h>
+
+#include <vector>
 
 #include "command.h"
 
 namespace ombrel::cli {
 namespace {
+
+constexpr uint32_t kBreakColour = 0xFF0000;  // red, 0xRRGGBB
 
 struct BreakOptions {
     std::vector<std::string> inputs;
@@ -18,6 +23,7 @@ struct BreakOptions {
     bool binarizeMode = false;
     int threshold = 128;
     std::string out;
+    std::string overlay;
     std::string json;
     int jobs = 1;
     bool quiet = false;
@@ -33,8 +39,28 @@ std::unique_ptr<Buffer> Binary(const Buffer& grey, int threshold) {
     return b;
 }
 
+// The image in grey with every break drawn in red: the pixel itself and a cross around it, so that a
+// single-pixel break can be seen at a glance.
+void WriteBreakOverlay(const std::string& path, const Buffer& grey, const Json& points) {
+    const int w = grey.Width(), h = grey.Height();
+    std::vector<uint8_t> rgb(static_cast<size_t>(w) * h * 3);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int c = 0; c < 3; ++c) rgb[(static_cast<size_t>(y) * w + x) * 3 + c] = grey.Row(y)[x];
+    HalvardMetaDC dc;
+    dc.SelectObject(kBreakColour, 1);
+    for (const Json& p : points) dc.CrossAt(p["x"].get<int>(), p["y"].get<int>(), 4);
+    dc.RenderRgb(rgb.data(), w, h, w * 3);
+    for (const Json& p : points) {
+        uint8_t* px = &rgb[(static_cast<size_t>(p["y"].get<int>()) * w + p["x"].get<int>()) * 3];
+        px[0] = 255, px[1] = 0, px[2] = 0;
+    }
+    const std::string problem = WritePngRgb(path, w, h, rgb.data(), static_cast<size_t>(w) * 3);
+    if (!problem.empty()) throw InputError(problem);
+}
+
 FileOutcome BreakOne(const BreakOptions& options, const Buffer& templ, const std::string& input,
-                     const std::string& output) {
+                     const std::string& output, const std::string& overlay) {
     DecodedImage decoded = LoadImage(input);
     if (decoded.image->Width() != templ.Width() || decoded.image->Height() != templ.Height())
         throw InputError("the image is " + std::to_string(decoded.image->Width()) + " x " +
@@ -71,6 +97,7 @@ FileOutcome BreakOne(const BreakOptions& options, const Buffer& templ, const std
             if (set && points.size() < 10000) points.push_back({{"x", x}, {"y", y}});
         }
     SaveImage(output, *picture);
+    if (!overlay.empty()) WriteBreakOverlay(overlay, *decoded.image, points);
     FileOutcome outcome;
     outcome.record = ImageRecord(input, decoded);
     outcome.record["template"] = options.templ;
@@ -80,6 +107,7 @@ FileOutcome BreakOne(const BreakOptions& options, const Buffer& templ, const std
     outcome.record["break_pixels"] = points.size();
     outcome.record["breaks"] = points;
     outcome.record["output"] = output;
+    if (!overlay.empty()) outcome.record["overlay"] = overlay;
     outcome.table = input + ": " + std::to_string(points.size()) + " break pixels -> " + output + "\n";
     return outcome;
 }
@@ -103,8 +131,14 @@ int RunBreak(const BreakOptions& options) {
         PrintError("break", "--out", problem);
         return 1;
     }
+    std::vector<std::string> overlays(inputs.size());
+    if (!options.overlay.empty() &&
+        !OutputPaths(options.overlay, inputs, "-overlay.png", &overlays, &problem)) {
+        PrintError("break", "--overlay", problem);
+        return 1;
+    }
     const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return BreakOne(options, *templ, input, outputs[index]);
+        return BreakOne(options, *templ, input, outputs[index], overlays[index]);
     });
     const int status = ReportBatch("break", outcomes, options.quiet);
     return WriteBatchJson("break", options.json, outcomes, status);
@@ -138,11 +172,17 @@ CommandRun AddBreakCommand(CLI::App& program) {
         ->add_option("-o,--out", options->out,
                      "Output image (.png, .pgm, .pbm); a folder when there are several images")
         ->required();
+    command->add_option(
+        "--overlay", options->overlay,
+        "Colour PNG of the image with every break marked in red; a folder when there are several "
+        "images");
     command->add_option("--json", options->json, "Write the breaks found in every image to this file");
     AddJobsOption(command, &options->jobs);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
-        "Example:\n  ombrel break trace.png --template golden.png --out breaks.png --json breaks.json");
+        "Example:\n  ombrel break trace.png --template golden.png --out breaks.png --overlay marked.png "
+        "--json "
+        "breaks.json");
     return [options] { return RunBreak(*options); };
 }
 

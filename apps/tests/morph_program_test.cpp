@@ -123,9 +123,15 @@ TEST_F(MorphProgram, BreakFindsTheGapOfACutLine) {
     cv::imwrite(P("golden.png"), golden);
     cv::imwrite(P("trace.png"), trace);
     ASSERT_EQ(Ombrel("break " + P("trace.png") + " " + P("golden.png") + " -t " + P("golden.png") + " -o " +
-                     P("breaks") + " --json " + P("b.json")),
+                     P("breaks") + " --overlay " + P("marked") + " --json " + P("b.json")),
               0)
         << _err;
+    // The overlay shows the image in grey with the break in red.
+    const cv::Mat marked = cv::imread(P("marked/trace-overlay.png"), cv::IMREAD_COLOR);
+    ASSERT_EQ(marked.size(), golden.size());
+    EXPECT_EQ(marked.at<cv::Vec3b>(5, 21), cv::Vec3b(0, 0, 255));  // BGR
+    EXPECT_EQ(marked.at<cv::Vec3b>(5, 4), cv::Vec3b(255, 255, 255));
+    EXPECT_EQ(marked.at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 0));
     const json record = json::parse(Slurp(P("b.json")));
     const std::string text = record.dump();
     EXPECT_NE(text.find("\"break_pixels\":1"), std::string::npos) << text;
