@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ombrel/corr/corr_template.h"
 #include "ombrel/framework/buffer.h"
 #include "ombrel/framework/hal.h"
 #include "ombrel/framework/object_stream.h"
@@ -46,9 +47,22 @@ unsigned Touch(const GrayMorphElem* e) {
     return sum;
 }
 
+// Scores the template against its own pixels, which reads all of them and every statistic.
+unsigned Touch(const CorrTemplate* t) {
+    if (t == nullptr) return 0;
+    unsigned sum = Touch(&t->GetROI()) + static_cast<unsigned>(t->GetCount()) +
+                   static_cast<unsigned>(t->GetHotSpot().x) + static_cast<unsigned>(t->GetSigned());
+    Buffer* b = t->GetBuffer();
+    if (b == nullptr || b->BaseAddr() == nullptr) return sum;
+    CorrPoint pt;
+    int pitch = b->Pitch();
+    t->FastComputeSums(b->BaseAddr(), &pitch, 0, &pt);
+    return sum + Touch(b) + static_cast<unsigned>(pt._sumTI);
+}
+
 void ReadScript(uint8_t script, os_bstream& r) {
     unsigned sum = 0;
-    switch (script % 4) {
+    switch (script % 5) {
         case 0: {
             ROI a, b;
             Buffer *p = nullptr, *q = nullptr;
@@ -73,6 +87,19 @@ void ReadScript(uint8_t script, os_bstream& r) {
             if (r.ReadBool(b) && r.ReadInt(i) && r.ReadUnsigned(u) && r.ReadFloat(f) && r.ReadDouble(d) &&
                 r.ReadChunk(chunk) && r.ReadPointer(p))
                 sum += Touch(p) + static_cast<unsigned>(chunk.size());
+            break;
+        }
+        case 4: {
+            // Templates by value and by pointer; a copy of the one read by pointer must stand on its own.
+            CorrTemplate t(nullptr, 0);
+            CorrTemplate* p = nullptr;
+            if (r.ReadValue(t) && r.ReadPointer(p)) {
+                sum += Touch(&t) + Touch(p);
+                if (p != nullptr) {
+                    const CorrTemplate copy(*p);
+                    sum += Touch(&copy);
+                }
+            }
             break;
         }
         default: {
@@ -168,6 +195,17 @@ int main(int argc, char** argv) {
         w.WritePointer(&square);
         w.WritePointer(&rect);
         ok = Save(dir + "/pointers", 3, w) && ok;
+    }
+    {
+        Buffer patch(6, 4, EIGHT);
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 6; ++x) patch.Row(y)[x] = static_cast<uint8_t>(x * 40 + y);
+        CorrTemplate tpl(&patch, 1), none(nullptr, 0);
+        tpl.SetHotSpot(Point{2, 1});
+        os_bstream w;
+        w.WriteValue(tpl);
+        w.WritePointer(&none);
+        ok = Save(dir + "/templates", 4, w) && ok;
     }
     return ok ? 0 : 1;
 }

@@ -3,7 +3,10 @@
 
 #include <cmath>
 #include <new>
+#include <utility>
 
+#include "ombrel/framework/hal.h"
+#include "ombrel/framework/object_stream.h"
 #include "ombrel/framework/region_clip.h"
 
 namespace ombrel {
@@ -181,6 +184,133 @@ void CorrTemplate::FastComputeSums(unsigned char* img, int* pitch, int imgSigned
             break;
     }
     pt->_score = CorrScore(pt->_sumI, pt->_sumI2, pt->_sumTI, _count, _sum, _sumSq, pt->_positionOnly);
+}
+
+// ---- Persistence
+// ---------------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr uint32_t kOldestVersion = 1;
+constexpr uint32_t kVersion12 = 100200000;
+constexpr uint32_t kVersion13 = 100300000;
+
+void WriteList(os_bstream& s, const std::vector<int32_t>& list) {
+    s.WriteUnsigned(static_cast<uint32_t>(list.size()));
+    for (int32_t v : list) s.WriteInt(v);
+}
+
+// The count is checked against the bytes left before anything is allocated.
+bool ReadList(os_bstream& s, std::vector<int32_t>& list) {
+    uint32_t count = 0;
+    if (!s.ReadUnsigned(count)) return false;
+    if (count > s.Remaining() / sizeof(int32_t)) {
+        s.Fail("list longer than its object");
+        return false;
+    }
+    std::vector<int32_t> read(count);
+    for (int32_t& v : read)
+        if (!s.ReadInt(v)) return false;
+    list.swap(read);
+    return true;
+}
+
+void WriteTrainVector(os_bstream& s, const CorrTrainVector& v) {
+    WriteList(s, v._first);
+    s.WriteInt(v._integer);
+    s.WriteFloat(v._value);
+    WriteList(s, v._second);
+}
+
+bool ReadTrainVector(os_bstream& s, CorrTrainVector& v, uint32_t) {
+    v._first.clear();
+    v._second.clear();
+    return ReadList(s, v._first) && s.ReadInt(v._integer) && s.ReadFloat(v._value) && ReadList(s, v._second);
+}
+
+const os_class kTrainVectorClass = os_class::Make<CorrTrainVector, &WriteTrainVector, &ReadTrainVector>(
+    "(CorrTrainVector*)", static_cast<uint32_t>(RCSStringToNumber("$Revision: 1.1 $")));
+
+}  // namespace
+
+const os_class& StreamClassOf(const CorrTrainVector*) {
+    return kTrainVectorClass;
+}
+
+const os_class CorrTemplate::kStreamClass(
+    "(CorrTemplate*)", static_cast<uint32_t>(RCSStringToNumber("$Revision: 1.4 $")),
+    // No default constructor: a template made from nothing carries an error until a stream fills it.
+    []() -> void* { return new (std::nothrow) CorrTemplate(nullptr, 0); },
+    [](void* obj) { delete static_cast<CorrTemplate*>(obj); },
+    [](os_bstream& s, const void* obj) { WriteStream(s, *static_cast<const CorrTemplate*>(obj)); },
+    [](os_bstream& s, void* obj, uint32_t v) { return ReadStream(s, *static_cast<CorrTemplate*>(obj), v); });
+
+const os_class& StreamClassOf(const CorrTemplate*) {
+    return CorrTemplate::kStreamClass;
+}
+
+void CorrTemplate::WriteStream(os_bstream& s, const CorrTemplate& t) {
+    s.WritePointer(t._buf);
+    s.WriteValue(t._roi);
+    s.WriteInt(t._hotSpot.x);
+    s.WriteInt(t._hotSpot.y);
+    s.WriteInt(t._count);
+    s.WriteDouble(t._sum);
+    s.WriteDouble(t._sumSq);
+    s.WriteDouble(t._variance);
+    s.WriteInt(t._mask);
+    s.WriteInt(t._signed);
+}
+
+bool CorrTemplate::ReadStream(os_bstream& s, CorrTemplate& t, uint32_t version) {
+    if (version != kStreamClass.Version() && version != kVersion13 && version != kVersion12 &&
+        version != kOldestVersion) {
+        OMBREL_ASSERT("lscorrtemplate", 129, false, "0");
+        return true;
+    }
+    // Everything is read into locals first, so a stream that fails part way leaves the template as it was.
+    Buffer* stored = nullptr;  // the reader's own
+    ROI roi;
+    Point hot{0, 0};
+    int32_t count = 0, mask = 0, isSigned = 0;
+    double sum = 0, sumSq = 0, variance = 0;
+    if (!s.ReadPointer(stored) || !s.ReadValue(roi) || !s.ReadInt(hot.x) || !s.ReadInt(hot.y) ||
+        !s.ReadInt(count) || !s.ReadDouble(sum) || !s.ReadDouble(sumSq) || !s.ReadDouble(variance) ||
+        !s.ReadInt(mask) || !s.ReadInt(isSigned))
+        return false;
+    if (version == kOldestVersion) {
+        int32_t discardedInt = 0;
+        CorrTrainVector discarded1, discarded2;
+        if (!s.ReadInt(discardedInt) || !s.ReadValue(discarded1) || !s.ReadValue(discarded2)) return false;
+    }
+    if (stored != nullptr && (stored->BitsPerPixel() != EIGHT || stored->BaseAddr() == nullptr)) {
+        s.Fail("correlation template buffer is not an 8-bit image");
+        return false;
+    }
+    if (count < 0 || !std::isfinite(sum) || !std::isfinite(sumSq) || !std::isfinite(variance)) {
+        s.Fail("correlation template statistics out of range");
+        return false;
+    }
+    Buffer* copy = nullptr;
+    if (stored != nullptr) {
+        copy = new (std::nothrow) Buffer(*stored);
+        if (copy == nullptr) {
+            s.Fail("out of memory");
+            return false;
+        }
+    }
+    delete t._buf;
+    t._buf = copy;
+    t._error = copy != nullptr ? ErrorOf(copy) : BUFFER_BAD_SIZE;
+    t._roi = std::move(roi);
+    t._hotSpot = hot;
+    t._count = count;
+    t._sum = sum;
+    t._sumSq = sumSq;
+    t._variance = variance;
+    t._mask = mask;
+    t._signed = isSigned;
+    return true;
 }
 
 }  // namespace ombrel

@@ -18,8 +18,18 @@
 // Safety: the template is always 8-bit; a source that is null, not 8-bit or without pixels gives a template
 // with a nonzero error (BufferError) that no agent runs with. The caller guarantees that the image pointer
 // given to FastComputeSums has width x height pixels readable at its pitch (the match agent clips for it).
+//
+// Persistence: "(CorrTemplate*)" writes the template buffer (by pointer, null when there is none), the
+// region (by value), hot spot x and y and the pixel count (ints), sum, sum of squares and variance term
+// (doubles), then the mask and signed flags (ints). Versions 100200000, 100300000 and 100400000 read exactly
+// that; version 1 also carries one int and two CorrTrainVector values, read and thrown away; any other
+// version reports assertion "0" at lscorrtemplate line 129 and leaves the template as it was. Statistics come
+// from the stream as stored, not recomputed. A reader refuses (fails the stream, template unchanged) what no
+// writer can produce: a buffer that is not 8-bit or has no pixels, a negative pixel count, a statistic
+// that is NaN or infinite. A template read with a null buffer carries the error BUFFER_BAD_SIZE.
 #pragma once
 #include <cstdint>
+#include <vector>
 
 #include "ombrel/framework/buffer.h"
 #include "ombrel/framework/export.h"
@@ -27,6 +37,9 @@
 #include "ombrel/framework/roi.h"
 
 namespace ombrel {
+
+class os_bstream;
+class os_class;
 
 // One scored position. Assignment copies every field but the first further integer (_user0), which the
 // default constructor leaves unset as well; the score is left unset too, since every producer writes it.
@@ -96,8 +109,13 @@ class OMBREL_API CorrTemplate {
     void Recompute(int isSigned);
     void FastComputeSums(unsigned char* img, int* pitch, int imgSigned, CorrPoint* pt) const;
 
+    friend OMBREL_API const os_class& StreamClassOf(const CorrTemplate*);
+
   private:
     void CopyStatistics(const CorrTemplate& other);
+    static void WriteStream(os_bstream& s, const CorrTemplate& t);
+    static bool ReadStream(os_bstream& s, CorrTemplate& t, uint32_t version);
+    static const os_class kStreamClass;
 
     // Field order is the persisted order.
     Buffer* _buf = nullptr;
@@ -111,5 +129,21 @@ class OMBREL_API CorrTemplate {
     int32_t _signed = 0;
     int32_t _error = 0;
 };
+
+OMBREL_API const os_class& StreamClassOf(const CorrTemplate*);
+
+// A training record of the oldest template streams, kept only so that such streams still read: nothing
+// builds one now. Stream form "(CorrTrainVector*)": the first list's count (unsigned) and elements (ints),
+// the integer, the value (float), the second list's count and elements. Reading empties both lists first;
+// the form never changed, so every stored version reads the same way.
+class OMBREL_API CorrTrainVector {
+  public:
+    std::vector<int32_t> _first;
+    int32_t _integer = 0;
+    float _value = 0.0f;
+    std::vector<int32_t> _second;
+};
+
+OMBREL_API const os_class& StreamClassOf(const CorrTrainVector*);
 
 }  // namespace ombrel
