@@ -9,9 +9,12 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 build=${2:-$root/build-fuzz}
 jobs=${FUZZ_BUILD_JOBS:-2}
 
-cmake -S "$root" -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOMBREL_BUILD_FUZZERS=ON -DOMBREL_SANITIZE=ON \
-  -DOMBREL_BUILD_TESTS=OFF -DOMBREL_BUILD_APPS=OFF >/dev/null
+# A build directory already configured for the fuzzers (CI's sanitizer build) is used as it is.
+if ! grep -q '^OMBREL_BUILD_FUZZERS:BOOL=ON' "$build/CMakeCache.txt" 2>/dev/null; then
+  cmake -S "$root" -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOMBREL_BUILD_FUZZERS=ON -DOMBREL_SANITIZE=ON \
+    -DOMBREL_BUILD_TESTS=OFF -DOMBREL_BUILD_APPS=OFF >/dev/null
+fi
 cmake --build "$build" -j "$jobs" --target fuzz_image_reader fuzz_option_parser fuzz_agents fuzz_make_seeds \
   fuzz_object_stream fuzz_object_stream_seeds
 
