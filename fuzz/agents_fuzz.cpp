@@ -311,6 +311,23 @@ void RunCorrMatch(Bytes& in) {
     ombrel::swComputeScores(&search, image.get(), at, scores, in.Int(-2, 10), false, in.Flag());
 }
 
+// Any kernel (either signedness, any hot spot, possibly larger than the image), steps and regions.
+void RunConv(Bytes& in) {
+    auto src = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE), dst = Image(in, ombrel::EIGHT);
+    auto kernel = Image(in, ombrel::EIGHT);
+    std::unique_ptr<ombrel::Buffer> mask;
+    ombrel::ROI roi = Region(in, mask);
+    ombrel::CorrTemplate tpl(kernel.get(), in.Int(0, 1));
+    tpl.SetHotSpot(ombrel::Point{in.Int(-60, 60), in.Int(-60, 60)});
+    const int imgSigned = in.Int(0, 1), tplSigned = in.Int(0, 1), xs = in.Int(-2, 9), ys = in.Int(-2, 9);
+    const ombrel::Rect r{in.Int(-8, 50), in.Int(-8, 50), in.Int(-8, 60), in.Int(-8, 60)};
+    std::unique_ptr<ombrel::ConvAgent> agent(
+        in.Flag() ? ombrel::ConvFact(src.get(), dst.get(), r, &tpl, imgSigned, tplSigned, xs, ys)
+                  : ombrel::ConvFact(src.get(), dst.get(), ombrel::Point{in.Int(-8, 50), in.Int(-8, 50)},
+                                     &roi, &tpl, imgSigned, tplSigned, xs, ys));
+    if (agent) agent->Go();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -324,9 +341,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Bytes in(data, size);
     // One agent per input, chosen by its first bytes. A new agent adds its runner here.
     using Runner = void (*)(Bytes&);
-    static constexpr Runner kRunners[] = {
-        RunArith,    RunHistogram, RunMask,  RunBlob,     RunProject,   RunFrameAverage, RunSobel,
-        RunBinMorph, RunGrayMorph, RunBreak, RunDecimate, RunTranspose, RunSceneAngle,   RunAutoFocus};
+    static constexpr Runner kRunners[] = {RunArith,      RunHistogram,    RunMask,     RunBlob,
+                                          RunProject,    RunFrameAverage, RunSobel,    RunBinMorph,
+                                          RunGrayMorph,  RunBreak,        RunDecimate, RunTranspose,
+                                          RunSceneAngle, RunAutoFocus,    RunConv};
     constexpr int kCount = static_cast<int>(sizeof(kRunners) / sizeof(kRunners[0]));
     kRunners[in.Int(0, kCount - 1)](in);
     ombrel::SetBlobMaxPoolSize(512);

@@ -16,6 +16,7 @@ CommandRun AddBinMorphCommand(CLI::App& program);
 CommandRun AddGrayMorphCommand(CLI::App& program);
 CommandRun AddBreakCommand(CLI::App& program);
 CommandRun AddDecimateCommand(CLI::App& program);
+CommandRun AddConvCommand(CLI::App& program);
 CommandRun AddTransposeCommand(CLI::App& program);
 CommandRun AddAngleCommand(CLI::App& program);
 CommandRun AddFocusCommand(CLI::App& program);
@@ -32,6 +33,7 @@ const std::vector<Command>& Commands() {
         {"project", AddProjectCommand},
         {"average", AddAverageCommand},
         {"decimate", AddDecimateCommand},
+        {"conv", AddConvCommand},
         {"transpose", AddTransposeCommand},
         {"binmorph", AddBinMorphCommand},
         {"graymorph", AddGrayMorphCommand},

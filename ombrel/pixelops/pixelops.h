@@ -7,3 +7,4 @@
 #include "ombrel/pixelops/project.h"
 #include "ombrel/pixelops/frame_average.h"
 #include "ombrel/pixelops/transpose.h"
+#include "ombrel/pixelops/conv.h"

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// AVX512 kernel of the convolution agent: one register of outputs per step.
+#include "ombrel/framework/simd/lanes_avx512.h"
+#include "ombrel/pixelops/conv_kernels_body.h"
+
+namespace ombrel::conv::avx512 {
+
+int Row(int begin, int end, const RowJob& job) {
+    return ConvBody<simd::Avx512>::Row(begin, end, job);
+}
+
+}  // namespace ombrel::conv::avx512
