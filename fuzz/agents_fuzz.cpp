@@ -341,10 +341,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Bytes in(data, size);
     // One agent per input, chosen by its first bytes. A new agent adds its runner here.
     using Runner = void (*)(Bytes&);
-    static constexpr Runner kRunners[] = {RunArith,      RunHistogram,    RunMask,     RunBlob,
-                                          RunProject,    RunFrameAverage, RunSobel,    RunBinMorph,
-                                          RunGrayMorph,  RunBreak,        RunDecimate, RunTranspose,
-                                          RunSceneAngle, RunAutoFocus,    RunConv};
+    static constexpr Runner kRunners[] = {RunArith,      RunHistogram,    RunMask,      RunBlob,
+                                          RunProject,    RunFrameAverage, RunSobel,     RunBinMorph,
+                                          RunGrayMorph,  RunBreak,        RunDecimate,  RunTranspose,
+                                          RunSceneAngle, RunAutoFocus,    RunCorrMatch, RunConv};
     constexpr int kCount = static_cast<int>(sizeof(kRunners) / sizeof(kRunners[0]));
     kRunners[in.Int(0, kCount - 1)](in);
     ombrel::SetBlobMaxPoolSize(512);
