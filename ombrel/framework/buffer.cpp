@@ -10,8 +10,10 @@ namespace ombrel {
 namespace {
 
 constexpr int64_t kRowAlignment = 64;
-// Far beyond any image, far below what 64-bit arithmetic on sizes can overflow.
-constexpr int64_t kMaxBufferBytes = int64_t{1} << 44;
+// Far beyond any image (512 GiB), far below what 64-bit arithmetic on sizes can overflow, and below what
+// allocators (AddressSanitizer's among them) refuse outright instead of returning null: an absurd region
+// gives BUFFER_BAD_SIZE before any allocation is tried.
+constexpr int64_t kMaxBufferBytes = int64_t{1} << 39;
 
 bool IsValidDepth(int depth) {
     return depth == ONE || depth == EIGHT || depth == SIXTEEN || depth == THIRTYTWO;
