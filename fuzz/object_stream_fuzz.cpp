@@ -57,7 +57,10 @@ unsigned Touch(const CorrTemplate* t) {
     CorrPoint pt;
     int pitch = b->Pitch();
     t->FastComputeSums(b->BaseAddr(), &pitch, 0, &pt);
-    return sum + Touch(b) + static_cast<unsigned>(pt._sumTI);
+    // (A stored template may hold any statistics; only an in-range sum is folded in, so that converting it
+    // is defined.)
+    const double sumTI = pt._sumTI >= 0 && pt._sumTI < 4e9 ? pt._sumTI : 0;
+    return sum + Touch(b) + static_cast<unsigned>(sumTI);
 }
 
 void ReadScript(uint8_t script, os_bstream& r) {
