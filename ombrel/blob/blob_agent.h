@@ -1,33 +1,34 @@
 // SPDX-License-Identifier: MIT
-// Blob analysis: one top-to-bottom pass that turns a grey region into a tree of connected regions.
-//
-// Per pixel: a pixel of value v (8-bit, unsigned) is an object pixel exactly when low <= v <= high.
-// Objects are 8-connected, background regions 4-connected. Everything outside the region (and, for a region
-// hanging over the image's edge, every pixel outside the image) counts as background; the background that
-// touches the region's border is the root. Each object is a child of the background region around it
-// (the root for a top-level object), each hole a child of its object, and so on down.
-//
-// Sampling: rows are scanned every _StepY rows (row 0, _StepY, ...), each scanned run standing for _StepY
-// rows in the moments; along a row every _StepX-th pixel is classified and a class change is refined back
-// to the exact pixel within the step. A span shorter than _StepX is skipped. With both steps 1 the result
-// is exact: every object region is one 8-connected component of the thresholded region.
-//
-// Regions close as soon as no run of the current row continues them; a closed region is completed
-// (features, filters: see blob_result.h and the setters below). When Go ends, the surviving regions are
-// labelled and listed in raster order of their first pixel (BlobResult::Blobs).
-//
-// Masked regions (the region has mask bits): the pixels under the mask that are in the band are first marked
-// 1 in a private buffer by a mask agent (operation 11, given the agent's band); segmentation then runs on
-// that buffer for the value 1, span by span of the mask: each span of a row at least _StepX long is sampled
-// from its own start, shorter spans are skipped. The agent's own thresholds are never changed. The buffer and
-// the mask agent are made on the first masked run and kept until the agent is deleted.
-//
-// Status: Go() returns 0, or BLOB_ERR_TOO_COMPLEX (-1003) when a pool reached its chunk limit ("Image Too
-// Complex -- Change Threshold" in the debug window), or BLOB_ERR_NO_MEMORY (-1505) when memory ran out;
-// the regions closed before the failure stay in the result. The status is also BlobResult::Error().
-//
-// Clipping: work is clipped to the part of the region inside the source buffer (and to 32766 columns and
-// rows, the reach of the 16-bit run coordinates); nothing outside it is read.
+/// \file
+/// Blob analysis: one top-to-bottom pass that turns a grey region into a tree of connected regions.
+///
+/// Per pixel: a pixel of value v (8-bit, unsigned) is an object pixel exactly when low <= v <= high.
+/// Objects are 8-connected, background regions 4-connected. Everything outside the region (and, for a region
+/// hanging over the image's edge, every pixel outside the image) counts as background; the background that
+/// touches the region's border is the root. Each object is a child of the background region around it
+/// (the root for a top-level object), each hole a child of its object, and so on down.
+///
+/// Sampling: rows are scanned every _StepY rows (row 0, _StepY, ...), each scanned run standing for _StepY
+/// rows in the moments; along a row every _StepX-th pixel is classified and a class change is refined back
+/// to the exact pixel within the step. A span shorter than _StepX is skipped. With both steps 1 the result
+/// is exact: every object region is one 8-connected component of the thresholded region.
+///
+/// Regions close as soon as no run of the current row continues them; a closed region is completed
+/// (features, filters: see blob_result.h and the setters below). When Go ends, the surviving regions are
+/// labelled and listed in raster order of their first pixel (BlobResult::Blobs).
+///
+/// Masked regions (the region has mask bits): the pixels under the mask that are in the band are first marked
+/// 1 in a private buffer by a mask agent (operation 11, given the agent's band); segmentation then runs on
+/// that buffer for the value 1, span by span of the mask: each span of a row at least _StepX long is sampled
+/// from its own start, shorter spans are skipped. The agent's own thresholds are never changed. The buffer and
+/// the mask agent are made on the first masked run and kept until the agent is deleted.
+///
+/// Status: Go() returns 0, or BLOB_ERR_TOO_COMPLEX (-1003) when a pool reached its chunk limit ("Image Too
+/// Complex -- Change Threshold" in the debug window), or BLOB_ERR_NO_MEMORY (-1505) when memory ran out;
+/// the regions closed before the failure stay in the result. The status is also BlobResult::Error().
+///
+/// Clipping: work is clipped to the part of the region inside the source buffer (and to 32766 columns and
+/// rows, the reach of the 16-bit run coordinates); nothing outside it is read.
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -43,15 +44,15 @@ namespace ombrel {
 
 class MaskAgent;
 namespace blobrle {
-struct Band;  // the row coder's band (blob_rle.h, internal)
+struct Band;  ///< the row coder's band (blob_rle.h, internal)
 }
 
 class OMBREL_API BlobAgent : public Agent {
   public:
-    // Sets the defaults: thresholds as given, steps 1, area limits 1 and 2147483647, filter flags 16,
-    // options 3, keep-flag 1; attaches `res`.
+    /// Sets the defaults: thresholds as given, steps 1, area limits 1 and 2147483647, filter flags 16,
+    /// options 3, keep-flag 1; attaches `res`.
     void Init(BlobResult* res, int lowThr, int highThr);
-    // Attaches a result and records in it the region's origin, its pixel count and the option word.
+    /// Attaches a result and records in it the region's origin, its pixel count and the option word.
     void SetResult(BlobResult* res);
     BlobResult* Result() const { return _pres; }
 
@@ -75,14 +76,14 @@ class OMBREL_API BlobAgent : public Agent {
     int MaxArea() const { return _maxArea; }
     void SetFilterFlags(int flags) { _filterFlags = flags; }
     int FilterFlags() const { return _filterFlags; }
-    // The option word goes into the result at SetResult and at every Go.
+    /// The option word goes into the result at SetResult and at every Go.
     void SetOptions(int options) { _options = options; }
     int Options() const { return _options; }
-    // 0: only the largest top-level region survives (ties go to the later one).
+    /// 0: only the largest top-level region survives (ties go to the later one).
     void SetKeepFlag(bool keep) { _keepFlag = keep ? 1 : 0; }
     bool KeepFlag() const { return _keepFlag != 0; }
 
-    // Board limits; stored only.
+    /// Board limits; stored only.
     virtual void SetMaxStride(int stride) { _maxStride = stride; }
     virtual void SetMaxSegments(int segments) { _maxSegments = segments; }
     int MaxStride() const { return _maxStride; }
@@ -96,10 +97,10 @@ class OMBREL_API BlobAgent : public Agent {
     BlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
 
     virtual int PreGo();
-    // Labels the survivors and builds the result list.
+    /// Labels the survivors and builds the result list.
     virtual int PostGo();
 
-    // Record operations of the segmentation.
+    /// Record operations of the segmentation.
     void delblob(Blob*& blob, bool withChildren);
     void mergeBlobs(Blob* survivor, Blob* other);
     void recpreprocess(Blob* blob);
@@ -109,7 +110,7 @@ class OMBREL_API BlobAgent : public Agent {
     static void UnlinkChild(Blob* blob, Blob*& parentChild, Blob*& parentLast);
     void TraceReferrers(const Blob* blob);
 
-    int _lowThr = 0;  // a bad band (reported by the factory) selects no pixel
+    int _lowThr = 0;  ///< a bad band (reported by the factory) selects no pixel
     int _highThr = 255;
     int _StepX = 1;
     int _StepY = 1;
@@ -121,13 +122,13 @@ class OMBREL_API BlobAgent : public Agent {
     int _maxStride = 0;
     int _maxSegments = 0;
     BlobResult* _pres = nullptr;
-    // Working extent of the last run (region size clipped to 16-bit coordinates).
+    /// Working extent of the last run (region size clipped to 16-bit coordinates).
     int _roiWidth = 0;
     int _roiHeight = 0;
     std::vector<BdryCell*> _chainScratch;
-    bool _stopped = false;  // a pool or allocation failed: the run stops where it is
+    bool _stopped = false;  ///< a pool or allocation failed: the run stops where it is
 
-    // Stores the failure in the result and stops the run (the first failure is kept).
+    /// Stores the failure in the result and stops the run (the first failure is kept).
     void Fail(int32_t status);
 };
 
@@ -144,13 +145,13 @@ class OMBREL_API swBlobAgent : public BlobAgent {
     int PreGo() override;
 
   private:
-    // An active run: where it starts and the slot of the region that owns it.
+    /// An active run: where it starts and the slot of the region that owns it.
     struct ActiveRun {
         int32_t x;
         uint32_t slot;
     };
-    // A region as the joiner names it. Merged-away regions forward to their survivor (`up`), so runs need
-    // not be re-pointed when their region merges; `open` counts the active runs of a surviving region.
+    /// A region as the joiner names it. Merged-away regions forward to their survivor (`up`), so runs need
+    /// not be re-pointed when their region merges; `open` counts the active runs of a surviving region.
     struct RegionSlot {
         Blob* blob;
         uint32_t up;
@@ -176,35 +177,35 @@ class OMBREL_API swBlobAgent : public BlobAgent {
     BdryCell* NewChain();
     int PrepareMask();
 
-    // The active runs, as alternating background / object runs from the root's run (x = -32767) to a
-    // terminator (x = 32767): the previous row's are read from _prev at a cursor while the current row's
-    // are written to _cur; the two swap after every row.
+    /// The active runs, as alternating background / object runs from the root's run (x = -32767) to a
+    /// terminator (x = 32767): the previous row's are read from _prev at a cursor while the current row's
+    /// are written to _cur; the two swap after every row.
     std::vector<ActiveRun> _prev, _cur;
-    std::vector<BdryCell*> _prevBdry, _curBdry;  // boundary chain at each run's left end (option 4 only)
-    int _prevCount = 0;                          // runs in _prev, terminator included
-    std::vector<RegionSlot> _slots;              // slot 0 is the root
-    uint32_t _nSlots = 0;                        // slots ever handed out in this run
-    std::vector<uint32_t> _freeSlots;            // slots of closed regions, and merged away two rows ago
-    std::vector<uint32_t> _mergedSlots;          // merged away in this row
-    std::vector<uint32_t> _mergedLastRow;        // merged away in the row before
+    std::vector<BdryCell*> _prevBdry, _curBdry;  ///< boundary chain at each run's left end (option 4 only)
+    int _prevCount = 0;                          ///< runs in _prev, terminator included
+    std::vector<RegionSlot> _slots;              ///< slot 0 is the root
+    uint32_t _nSlots = 0;                        ///< slots ever handed out in this run
+    std::vector<uint32_t> _freeSlots;            ///< slots of closed regions, and merged away two rows ago
+    std::vector<uint32_t> _mergedSlots;          ///< merged away in this row
+    std::vector<uint32_t> _mergedLastRow;        ///< merged away in the row before
     bool _bdryOn = false;
     int _y = 0;
-    int _sx = 1, _sy = 1;  // the steps of this run (a bad step was reported and runs as 1)
+    int _sx = 1, _sy = 1;  ///< the steps of this run (a bad step was reported and runs as 1)
     Isa _isa = Isa::Scalar;
-    std::vector<int16_t> _trans;  // transitions of the current row, then 32767 and -32768
-    std::vector<int32_t> _greys;  // grey sum of the run ending at each transition
-    int32_t _greyTail = 0;        // grey sum of the run after the last transition
-    // Masked regions.
+    std::vector<int16_t> _trans;  ///< transitions of the current row, then 32767 and -32768
+    std::vector<int32_t> _greys;  ///< grey sum of the run ending at each transition
+    int32_t _greyTail = 0;        ///< grey sum of the run after the last transition
+    /// Masked regions.
     std::unique_ptr<Buffer> _pMaskedSrcBuf;
     std::unique_ptr<MaskAgent> _maskAgent;
-    ROI _scannedRoi;                // the spans of mask bits that came without a scan list
-    const ROI* _spanRoi = nullptr;  // where this run's mask spans are read (_sRoi or _scannedRoi)
+    ROI _scannedRoi;                ///< the spans of mask bits that came without a scan list
+    const ROI* _spanRoi = nullptr;  ///< where this run's mask spans are read (_sRoi or _scannedRoi)
     bool _masked = false;
 };
 
-// Blob agent over the whole image, a rectangle, an origin and region, or four ints (left, top, right,
-// bottom). Reports "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <=
-// 255)" (module lfblob) and still chooses by the source type: host -> swBlobAgent, board or null -> null.
+/// Blob agent over the whole image, a rectangle, an origin and region, or four ints (left, top, right,
+/// bottom). Reports "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <=
+/// 255)" (module lfblob) and still chooses by the source type: host -> swBlobAgent, board or null -> null.
 OMBREL_API BlobAgent* BlobFact(Buffer* src, BlobResult* res, int lowThr, int highThr);
 OMBREL_API BlobAgent* BlobFact(Buffer* src, const Rect& r, BlobResult* res, int lowThr, int highThr);
 OMBREL_API BlobAgent* BlobFact(Buffer* src, const Point& p, const ROI& roi, BlobResult* res, int lowThr,

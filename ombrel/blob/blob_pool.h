@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
-// The storage pools of blob analysis: regions, active run entries and boundary cells.
-//
-// A pool takes memory in chunks of 32 elements. Its chunk count is limited (the process-wide limit read when
-// the owning BlobResult is built); asking for a new chunk when the count has reached the limit less one
-// fails with BLOB_ERR_TOO_COMPLEX (and shows "Image Too Complex -- Change Threshold" in the debug window,
-// class 0x10004); a chunk the system cannot give fails with BLOB_ERR_NO_MEMORY. Freed elements go to a free
-// list of at most 8 x the chunk limit entries; an element freed while that list is full stays unused until
-// the pool is reset. Reset() makes every element of every chunk available again without giving the chunks
-// back, so a second run of an agent allocates nothing.
+/// \file
+/// The storage pools of blob analysis: regions, active run entries and boundary cells.
+///
+/// A pool takes memory in chunks of 32 elements. Its chunk count is limited (the process-wide limit read when
+/// the owning BlobResult is built); asking for a new chunk when the count has reached the limit less one
+/// fails with BLOB_ERR_TOO_COMPLEX (and shows "Image Too Complex -- Change Threshold" in the debug window,
+/// class 0x10004); a chunk the system cannot give fails with BLOB_ERR_NO_MEMORY. Freed elements go to a free
+/// list of at most 8 x the chunk limit entries; an element freed while that list is full stays unused until
+/// the pool is reset. Reset() makes every element of every chunk available again without giving the chunks
+/// back, so a second run of an agent allocates nothing.
 #pragma once
 #include <cstdint>
 #include <new>
@@ -20,23 +21,23 @@
 namespace ombrel {
 
 inline constexpr int kBlobPoolChunkElements = 32;
-inline constexpr int kBlobDefaultMaxPoolSize = 512;  // chunks
+inline constexpr int kBlobDefaultMaxPoolSize = 512;  ///< chunks
 inline constexpr uint32_t kImageTooComplexMessageClass = 0x10004;
 
 enum BlobStatus : int32_t {
     BLOB_OK = 0,
-    BLOB_ERR_TOO_COMPLEX = -1003,  // a pool reached its chunk limit
-    BLOB_ERR_NO_MEMORY = -1505,    // a chunk could not be allocated
-    BLOB_ERR_NO_RESULT = -1        // Go without a result ("_pres" reported); nothing is done
+    BLOB_ERR_TOO_COMPLEX = -1003,  ///< a pool reached its chunk limit
+    BLOB_ERR_NO_MEMORY = -1505,    ///< a chunk could not be allocated
+    BLOB_ERR_NO_RESULT = -1        ///< Go without a result ("_pres" reported); nothing is done
 };
 
-// Process-wide chunk limit of every blob pool: max(512, 3n/32) when 3n/32 > 0 (integer arithmetic),
-// otherwise unchanged; at most 2^28 chunks. Read when a BlobResult is constructed.
+/// Process-wide chunk limit of every blob pool: max(512, 3n/32) when 3n/32 > 0 (integer arithmetic),
+/// otherwise unchanged; at most 2^28 chunks. Read when a BlobResult is constructed.
 OMBREL_API void SetBlobMaxPoolSize(int n);
 OMBREL_API int GetBlobMaxPoolSize();
 
-// Reports the pool failure texts (debug window for the too-complex case). Shared by every pool type, and
-// exported because the pool templates that call it are instantiated in the caller's code.
+/// Reports the pool failure texts (debug window for the too-complex case). Shared by every pool type, and
+/// exported because the pool templates that call it are instantiated in the caller's code.
 OMBREL_API void ReportBlobPoolFailure(int32_t status);
 
 template <class T>
@@ -49,14 +50,14 @@ class StoragePool {
     StoragePool(const StoragePool&) = delete;
     StoragePool& operator=(const StoragePool&) = delete;
 
-    // The chunk limit; the free list holds at most 8 x this many entries.
+    /// The chunk limit; the free list holds at most 8 x this many entries.
     void SetLimit(int maxChunks) {
         _maxChunks = maxChunks < 1 ? 1 : maxChunks;
         _freeLimit = static_cast<size_t>(_maxChunks) * 8;
     }
     int Limit() const { return _maxChunks; }
 
-    // A default-constructed element, or null with Error() set (the failure is reported once per pool run).
+    /// A default-constructed element, or null with Error() set (the failure is reported once per pool run).
     T* Alloc() {
         T* slot = nullptr;
         if (!_free.empty()) {
@@ -72,8 +73,8 @@ class StoragePool {
         return new (slot) T();
     }
 
-    // The element `n` places after the next one in chunk order (what Alloc hands out once the free list is
-    // empty), or null when that lies beyond the chunks held; nothing changes.
+    /// The element `n` places after the next one in chunk order (what Alloc hands out once the free list is
+    /// empty), or null when that lies beyond the chunks held; nothing changes.
     const T* Ahead(int n) const {
         size_t chunk = _nextChunk;
         size_t index = static_cast<size_t>(_nextIndex) + static_cast<size_t>(n);
@@ -84,14 +85,14 @@ class StoragePool {
 
     void Free(T* element) {
         if (element == nullptr) return;
-        // Records are freed right after being marked dead (_inUse, merged-away bits) and are read again by
-        // the result list; ending a trivial object's lifetime here would let the optimiser drop those marks.
+        /// Records are freed right after being marked dead (_inUse, merged-away bits) and are read again by
+        /// the result list; ending a trivial object's lifetime here would let the optimiser drop those marks.
         if constexpr (!std::is_trivially_destructible_v<T>) element->~T();
         --_live;
         if (_free.size() < _freeLimit) _free.push_back(element);
     }
 
-    // Every element becomes available again; the chunks are kept; the error is cleared.
+    /// Every element becomes available again; the chunks are kept; the error is cleared.
     void Reset() {
         _free.clear();
         _nextChunk = 0;
@@ -105,8 +106,8 @@ class StoragePool {
     int Live() const { return _live; }
     size_t FreeListSize() const { return _free.size(); }
 
-    // Calls fn(T&) for every element handed out since the last Reset, live or freed (callers tell them
-    // apart).
+    /// Calls fn(T&) for every element handed out since the last Reset, live or freed (callers tell them
+    /// apart).
     template <class Fn>
     void ForEachUsed(Fn&& fn) {
         for (size_t c = 0; c < _chunks.size() && c <= _nextChunk; ++c) {
@@ -116,11 +117,11 @@ class StoragePool {
     }
 
   private:
-    // Chunks honour the element's alignment (records are aligned to cache lines).
+    /// Chunks honour the element's alignment (records are aligned to cache lines).
     static constexpr std::align_val_t kAlign{alignof(T)};
 
     T* FromNextChunk() {
-        // The chunks a previous run used come back first; a new one is asked for only beyond them.
+        /// The chunks a previous run used come back first; a new one is asked for only beyond them.
         if (_nextIndex >= kBlobPoolChunkElements && _nextChunk + 1 < _chunks.size() && !_chunks.empty()) {
             ++_nextChunk;
             _nextIndex = 1;
@@ -152,17 +153,17 @@ class StoragePool {
     std::vector<T*> _chunks;
     std::vector<T*> _free;
     size_t _nextChunk = 0;
-    int _nextIndex = kBlobPoolChunkElements;  // next unused element of _chunks[_nextChunk]
+    int _nextIndex = kBlobPoolChunkElements;  ///< next unused element of _chunks[_nextChunk]
     int _maxChunks = kBlobDefaultMaxPoolSize;
     size_t _freeLimit = 8 * kBlobDefaultMaxPoolSize;
     int _live = 0;
     int32_t _error = BLOB_OK;
 };
 
-// The accounting of a StoragePool without its elements. The joiner keeps its run entries in arrays of its
-// own, but the entry pool still behaves exactly as if each entry were taken from and given back to a
-// StoragePool: same chunk count, same free-list cap, and the same request fails with the same status.
-// Only the memory of a chunk is not taken (nothing would use it), so it cannot fail for lack of memory.
+/// The accounting of a StoragePool without its elements. The joiner keeps its run entries in arrays of its
+/// own, but the entry pool still behaves exactly as if each entry were taken from and given back to a
+/// StoragePool: same chunk count, same free-list cap, and the same request fails with the same status.
+/// Only the memory of a chunk is not taken (nothing would use it), so it cannot fail for lack of memory.
 class CountedPool {
   public:
     explicit CountedPool(int maxChunks) { SetLimit(maxChunks); }
@@ -173,7 +174,7 @@ class CountedPool {
     }
     int Limit() const { return _maxChunks; }
 
-    // StoragePool::Alloc: false with Error() set when no element is left.
+    /// StoragePool::Alloc: false with Error() set when no element is left.
     bool Take() {
         if (_free > 0)
             --_free;
@@ -184,7 +185,7 @@ class CountedPool {
         ++_live;
         return true;
     }
-    // StoragePool::Free of a taken element.
+    /// StoragePool::Free of a taken element.
     void Give() {
         --_live;
         if (_free < _freeLimit) ++_free;
@@ -204,7 +205,7 @@ class CountedPool {
     size_t FreeListSize() const { return static_cast<size_t>(_free); }
 
   private:
-    // StoragePool::FromNextChunk, counting chunks instead of holding them.
+    /// StoragePool::FromNextChunk, counting chunks instead of holding them.
     bool FromNextChunk() {
         if (_nextIndex >= kBlobPoolChunkElements && _nextChunk + 1 < _chunks) {
             ++_nextChunk;
@@ -231,8 +232,8 @@ class CountedPool {
     int32_t _error = BLOB_OK;
 };
 
-// A pool whose elements count the references other elements hold on them. T provides an int32_t field
-// `_refs` (cleared by its constructor).
+/// A pool whose elements count the references other elements hold on them. T provides an int32_t field
+/// `_refs` (cleared by its constructor).
 template <class T>
 class RefStoragePool : public StoragePool<T> {
   public:

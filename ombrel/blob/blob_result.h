@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-// What blob analysis produces: the BlobResult that owns the region records (blob_record.h), their pools
-// and the tree of regions.
-//
-// The result list (built when Go ends). Every surviving region has a label 1..NParts() and appears once in
-// the list, in raster order of its first pixel (top row, then the x of its first run there); the root has
-// label 0. Objects and holes share the list. Walk it with First()/Next() or Blobs(); walk the tree with
-// Root(), FirstChild(), NextSibling(), Parent(); every child list is in label order too. Feature 52 is the
-// parent's label (0 for a top-level region).
+/// \file
+/// What blob analysis produces: the BlobResult that owns the region records (blob_record.h), their pools
+/// and the tree of regions.
+///
+/// The result list (built when Go ends). Every surviving region has a label 1..NParts() and appears once in
+/// the list, in raster order of its first pixel (top row, then the x of its first run there); the root has
+/// label 0. Objects and holes share the list. Walk it with First()/Next() or Blobs(); walk the tree with
+/// Root(), FirstChild(), NextSibling(), Parent(); every child list is in label order too. Feature 52 is the
+/// parent's label (0 for a top-level region).
 #pragma once
 #include <cstdint>
 #include <cstdio>
@@ -30,14 +31,14 @@ class OMBREL_API BlobResult {
     BlobResult(const BlobResult&) = delete;
     BlobResult& operator=(const BlobResult&) = delete;
 
-    // Surviving regions (objects and holes), root excluded.
+    /// Surviving regions (objects and holes), root excluded.
     int NParts() const { return _nBlobs; }
     Blob* Root() const { return _root; }
     Blob* First() const { return _list.empty() ? nullptr : _list.front(); }
     std::span<Blob* const> Blobs() const { return {_list.data(), _list.size()}; }
-    // The region with label `label` (1..NParts()), or null.
+    /// The region with label `label` (1..NParts()), or null.
     Blob* ByLabel(int label) const;
-    // The largest top-level region seen by the keep-flag rule, or null.
+    /// The largest top-level region seen by the keep-flag rule, or null.
     Blob* Largest() const { return _largest; }
 
     int32_t Error() const { return _error; }
@@ -46,17 +47,17 @@ class OMBREL_API BlobResult {
     int32_t Options() const { return _options; }
     void SetOptions(int32_t options) { _options = options; }
 
-    // Returns every region, run entry and boundary cell to the pools (keeping their memory).
+    /// Returns every region, run entry and boundary cell to the pools (keeping their memory).
     void CleanUp();
 
-    // Draws every surviving region: objects in `objectColour`, holes in `holeColour` (0xRRGGBB), their
-    // boundary (or bounding box without boundary lists), and the centroids when `centroids` is set.
+    /// Draws every surviving region: objects in `objectColour`, holes in `holeColour` (0xRRGGBB), their
+    /// boundary (or bounding box without boundary lists), and the centroids when `centroids` is set.
     void HighlightTree(HalvardMetaDC* dc, bool centroids, Matrix* xf, int objectColour, int holeColour);
 
-    // One line per region of the list: "%-3d: blob: 0x%x blob->_Next 0x%x\n" (the last without _Next).
+    /// One line per region of the list: "%-3d: blob: 0x%x blob->_Next 0x%x\n" (the last without _Next).
     void Dump(FILE* out) const;
 
-    // Pool access for the agent and the tests.
+    /// Pool access for the agent and the tests.
     RefStoragePool<Blob>& BlobPool() { return _blobPool; }
     CountedPool& SegmentPool() { return _segPool; }
     StoragePool<BdryCell>& BdryPool() { return _bdryPool; }
@@ -81,24 +82,24 @@ class OMBREL_API BlobResult {
     int32_t _nBlobs = 0;
     uint32_t _nextSeq = 0;
     RefStoragePool<Blob> _blobPool;
-    CountedPool _segPool;  // the joiner's run entries (held in its own arrays)
+    CountedPool _segPool;  ///< the joiner's run entries (held in its own arrays)
     StoragePool<BdryCell> _bdryPool;
     std::vector<Blob*> _list;
-    std::vector<Blob*> _bySeq;  // scratch of BuildList, kept between runs
+    std::vector<Blob*> _bySeq;  ///< scratch of BuildList, kept between runs
     struct ClosedRegion {
         Blob* blob;
         uint32_t seq;
     };
-    std::vector<ClosedRegion> _closed;  // regions in the order they closed
-    int64_t _closedDeleted = 0;         // closed regions deleted afterwards
-    // Derived features of the listed regions, one slot per label; kept (not cleared) between runs.
+    std::vector<ClosedRegion> _closed;  ///< regions in the order they closed
+    int64_t _closedDeleted = 0;         ///< closed regions deleted afterwards
+    /// Derived features of the listed regions, one slot per label; kept (not cleared) between runs.
     std::unique_ptr<BlobFeatures[]> _features;
     size_t _featureCapacity = 0;
 };
 
-// Inline, like the two below: a noisy image makes a region every few runs.
+/// Inline, like the two below: a noisy image makes a region every few runs.
 inline void Blob::Init(BlobResult* res) {
-    // The pool constructed the record; only what the constructor leaves open is set.
+    /// The pool constructed the record; only what the constructor leaves open is set.
     _res = res;
     _color = -1;
     _label = -1;

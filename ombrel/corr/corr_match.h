@@ -1,30 +1,31 @@
 // SPDX-License-Identifier: MIT
-// Normalised correlation match: a CorrTemplate slid over a search region, every visited position scored.
-//
-// Positions. The search region (_sPt, _sRoi) names hot-spot positions; the template's top-left then runs over
-// ix in [ix_start, ix_stop) by _xStep and iy in [iy_start, iy_stop) by _yStep, with
-//     ix_start = max(_sPt.x - hot.x, 0), ix_stop = min(_sPt.x - hot.x + region width, source width + 1 - tw)
-// (the stop from the unclipped start) and the same for y, so the whole template always lies inside the
-// source: the work is clipped to the part inside the buffer. An empty range prints the warning, PreGo
-// returns -1 and Go returns 1 without writing anything. The region's mask, if any, is not used.
-//
-// Score of a position: CorrTemplate::FastComputeSums on the source pixel (ix, iy), image bytes signed with
-// the image-signed setting, template bytes signed per the template-signed setting (PreGo recomputes the
-// template for it, and unmasks it: a match always runs unmasked). List mode scores |r|, single-point mode
-// r^2. Every path (integral column sums for sumI and sumI2, SIMD multiply-add for sumTI) yields exactly the
-// integer sums of the plain loop, and the score comes from the one formula CorrScore, so all paths give
-// identical doubles.
-//
-// Best point: replaced when (score == 0 and best == 0) or best < score: the first of equal positive scores
-// in raster order wins; while all scores are 0 the latest position is kept.
-//
-// Codes: PreGo -13500 - |error word| (template error), -13505 no memory for the lists, -1 empty range; they
-// are ORed into the error word and Go then returns 1. Ours, for safety: a null source or template, a source
-// that is not 8-bit or a step below 1 also give an empty range (-1) after their assertions; a Go after a
-// setter changed the agent (_dirty) reports "!_dirty" and then prepares the run again before it goes on.
-//
-// Extensions of ours, never changing a score: RefinePeak (sub-pixel peak from the 3x3 neighbourhood of list
-// scores, one parabola per axis) and CorrTopN (the best N scores at least a minimum distance apart).
+/// \file
+/// Normalised correlation match: a CorrTemplate slid over a search region, every visited position scored.
+///
+/// Positions. The search region (_sPt, _sRoi) names hot-spot positions; the template's top-left then runs over
+/// ix in [ix_start, ix_stop) by _xStep and iy in [iy_start, iy_stop) by _yStep, with
+///     ix_start = max(_sPt.x - hot.x, 0), ix_stop = min(_sPt.x - hot.x + region width, source width + 1 - tw)
+/// (the stop from the unclipped start) and the same for y, so the whole template always lies inside the
+/// source: the work is clipped to the part inside the buffer. An empty range prints the warning, PreGo
+/// returns -1 and Go returns 1 without writing anything. The region's mask, if any, is not used.
+///
+/// Score of a position: CorrTemplate::FastComputeSums on the source pixel (ix, iy), image bytes signed with
+/// the image-signed setting, template bytes signed per the template-signed setting (PreGo recomputes the
+/// template for it, and unmasks it: a match always runs unmasked). List mode scores |r|, single-point mode
+/// r^2. Every path (integral column sums for sumI and sumI2, SIMD multiply-add for sumTI) yields exactly the
+/// integer sums of the plain loop, and the score comes from the one formula CorrScore, so all paths give
+/// identical doubles.
+///
+/// Best point: replaced when (score == 0 and best == 0) or best < score: the first of equal positive scores
+/// in raster order wins; while all scores are 0 the latest position is kept.
+///
+/// Codes: PreGo -13500 - |error word| (template error), -13505 no memory for the lists, -1 empty range; they
+/// are ORed into the error word and Go then returns 1. Ours, for safety: a null source or template, a source
+/// that is not 8-bit or a step below 1 also give an empty range (-1) after their assertions; a Go after a
+/// setter changed the agent (_dirty) reports "!_dirty" and then prepares the run again before it goes on.
+///
+/// Extensions of ours, never changing a score: RefinePeak (sub-pixel peak from the 3x3 neighbourhood of list
+/// scores, one parabola per axis) and CorrTopN (the best N scores at least a minimum distance apart).
 #pragma once
 #include <cstdint>
 #include <vector>
@@ -38,7 +39,7 @@
 
 namespace ombrel {
 
-// The positions a match scored. The lists are the result's, allocated with malloc and released with free.
+/// The positions a match scored. The lists are the result's, allocated with malloc and released with free.
 class OMBREL_API CorrResult {
   public:
     CorrResult() = default;
@@ -46,22 +47,22 @@ class OMBREL_API CorrResult {
     CorrResult& operator=(const CorrResult&) = delete;
     ~CorrResult() { FreeLists(); }
 
-    void Sort();  // _sortedCorrPtList by descending score (qsort with CorrResultCompare)
+    void Sort();  ///< _sortedCorrPtList by descending score (qsort with CorrResultCompare)
     void FreeLists();
     int Count() const { return _count; }
-    const CorrPoint& At(int k) const { return _corrPtList[k]; }             // raster order
-    const CorrPoint& Sorted(int k) const { return *_sortedCorrPtList[k]; }  // best first
+    const CorrPoint& At(int k) const { return _corrPtList[k]; }             ///< raster order
+    const CorrPoint& Sorted(int k) const { return *_sortedCorrPtList[k]; }  ///< best first
 
-    CorrPoint* _corrPtList = nullptr;  // one per position, plus the best point at the end
+    CorrPoint* _corrPtList = nullptr;  ///< one per position, plus the best point at the end
     CorrPoint** _sortedCorrPtList = nullptr;
-    void* _reserved = nullptr;  // not used
+    void* _reserved = nullptr;  ///< not used
     int32_t _count = 0;
 };
 
-// qsort comparison: null -> 0; a.score < b.score -> 1; equal -> 0; else -1 (descending).
+/// qsort comparison: null -> 0; a.score < b.score -> 1; equal -> 0; else -1 (descending).
 OMBREL_API int CorrResultCompare(const void* a, const void* b);
 
-// A sub-pixel peak (ours): the hot-spot position and the interpolated score.
+/// A sub-pixel peak (ours): the hot-spot position and the interpolated score.
 struct CorrSubpixel {
     Fpoint position;
     double score = 0.0;
@@ -69,14 +70,14 @@ struct CorrSubpixel {
 
 class OMBREL_API CorrMatchAgent : public Agent {
   public:
-    // List mode.
+    /// List mode.
     CorrMatchAgent(Buffer* src, CorrTemplate* tpl, CorrResult* result, int imgSigned, int tplSigned,
                    int xStep, int yStep);
     CorrMatchAgent(Buffer* src, Rect r, CorrTemplate* tpl, CorrResult* result, int imgSigned, int tplSigned,
                    int xStep, int yStep);
     CorrMatchAgent(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrResult* result, int imgSigned,
                    int tplSigned, int xStep, int yStep);
-    // Single-point mode.
+    /// Single-point mode.
     CorrMatchAgent(Buffer* src, CorrTemplate* tpl, CorrPoint* best, int imgSigned, int tplSigned, int xStep,
                    int yStep);
     CorrMatchAgent(Buffer* src, Rect r, CorrTemplate* tpl, CorrPoint* best, int imgSigned, int tplSigned,
@@ -96,14 +97,14 @@ class OMBREL_API CorrMatchAgent : public Agent {
     int GetError() const { return _error; }
     int GetStatus() const { return _status; }
     const CorrPoint* GetBest() const { return _best; }
-    // The template top-left range PreGo worked out (stops exclusive).
+    /// The template top-left range PreGo worked out (stops exclusive).
     Rect SearchRange() const { return Rect{_ixStart, _iyStart, _ixStop, _iyStop}; }
-    // Positions per row and rows of a list-mode run.
+    /// Positions per row and rows of a list-mode run.
     int Columns() const;
     int Rows() const;
 
-    // Ours: refines list entry k (raster index) from its 3x3 neighbourhood of scores; an axis at the edge of
-    // the grid, or without a peak along it, keeps its integer position. False when there is no list entry k.
+    /// Ours: refines list entry k (raster index) from its 3x3 neighbourhood of scores; an axis at the edge of
+    /// the grid, or without a peak along it, keeps its integer position. False when there is no list entry k.
     bool RefinePeak(int k, CorrSubpixel* out) const;
 
   protected:
@@ -126,7 +127,7 @@ class OMBREL_API CorrMatchAgent : public Agent {
     uint8_t* _srcBase = nullptr;
     int32_t _ixStart = 0, _ixStop = 0, _iyStart = 0, _iyStop = 0;
     int32_t _error = 0;
-    bool _prepared = false;  // ours: PreGo left a range and lists Go may use
+    bool _prepared = false;  ///< ours: PreGo left a range and lists Go may use
 };
 
 class OMBREL_API swCorrMatchAgent : public CorrMatchAgent {
@@ -162,18 +163,18 @@ OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, int left, int top, int rig
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrPoint* best,
                                          int imgSigned, int tplSigned, int xStep, int yStep);
 
-// Ours: up to n list entries, best first, each at least minDistance (pixels, Euclidean) from every one kept
-// before it. Needs a sorted result (Go sorts).
+/// Ours: up to n list entries, best first, each at least minDistance (pixels, Euclidean) from every one kept
+/// before it. Needs a sorted result (Go sorts).
 OMBREL_API std::vector<CorrPoint> CorrTopN(const CorrResult& result, int n, double minDistance);
 
-// The integer correlation sums over rows x cols pixels; skips (pitch - width) are added after each row.
-// Rows < 1 gives all outputs 0. Template bytes 0 are left out in the MASK forms.
+/// The integer correlation sums over rows x cols pixels; skips (pitch - width) are added after each row.
+/// Rows < 1 gives all outputs 0. Template bytes 0 are left out in the MASK forms.
 OMBREL_API void CORR_SUM_NO_MASK(uint32_t& sumI, uint32_t& sumI2, uint32_t& sumTI, const unsigned char* img,
                                  const unsigned char* tpl, int imgSkip, int tplSkip, int rows, int cols);
 OMBREL_API void CORR_SUM_MASK(uint32_t& sumI, uint32_t& sumI2, uint32_t& sumTI, const unsigned char* img,
                               const unsigned char* tpl, int imgSkip, int tplSkip, int rows, int cols);
-// 64-bit forms: sumI2 and sumTI come back as low and high 32-bit words (sumTI two's complement with a
-// signed template).
+/// 64-bit forms: sumI2 and sumTI come back as low and high 32-bit words (sumTI two's complement with a
+/// signed template).
 OMBREL_API void OA_CORR_SUM_NO_MASK(uint32_t& sumI, uint32_t& sumI2Lo, uint32_t& sumTILo, uint32_t& sumTIHi,
                                     uint32_t& sumI2Hi, const unsigned char* img, const unsigned char* tpl,
                                     int imgSkip, int tplSkip, int rows, int cols);
@@ -187,22 +188,22 @@ OMBREL_API void OA_CORR_SUM_MASK(uint32_t& sumI, uint32_t& sumI2Lo, uint32_t& su
                                  uint32_t& sumI2Hi, const unsigned char* img, const char* tpl, int imgSkip,
                                  int tplSkip, int rows, int cols);
 
-// What swComputeScores needs of a search template: its 8-bit buffer, signed and mask flags, the integer sum
-// of its bytes and its variance per pixel (sum t^2 / N - (sum t / N)^2), N = width x height.
+/// What swComputeScores needs of a search template: its 8-bit buffer, signed and mask flags, the integer sum
+/// of its bytes and its variance per pixel (sum t^2 / N - (sum t / N)^2), N = width x height.
 struct OMBREL_API CorrTempl {
     Buffer* buffer = nullptr;
     int32_t isSigned = 0;
     int32_t mask = 0;
     int32_t sum = 0;
     double variance = 0.0;
-    // Ours: the fields from a trained template, N = width x height whatever its region or mask.
+    /// Ours: the fields from a trained template, N = width x height whatever its region or mask.
     static CorrTempl From(const CorrTemplate& t);
 };
 
-// Scores the first n positions (template top-left; n = -1: all; capped at their number) into scores (grown
-// to n entries if shorter): 0 where the template would touch or pass the last column or row, and (ours, for
-// safety) where a position is negative or the buffers have no 8-bit pixels. root: r; else r*|r|. Returns a
-// point at (0, 0) with the score and sums of the last position computed. `unused` is ignored.
+/// Scores the first n positions (template top-left; n = -1: all; capped at their number) into scores (grown
+/// to n entries if shorter): 0 where the template would touch or pass the last column or row, and (ours, for
+/// safety) where a position is negative or the buffers have no 8-bit pixels. root: r; else r*|r|. Returns a
+/// point at (0, 0) with the score and sums of the last position computed. `unused` is ignored.
 OMBREL_API CorrPoint swComputeScores(CorrTempl* tpl, Buffer* img, const std::vector<Point>& positions,
                                      std::vector<float>& scores, int n, bool unused, bool root);
 

@@ -1,26 +1,27 @@
 // SPDX-License-Identifier: MIT
-// The scene angle agent: the dominant edge direction of a region from the histogram of its strong gradient
-// directions, folded so that directions a quarter turn apart coincide, and the rotation between two scenes.
-//
-// Contract (software agent; any board agent gives the same histograms and results):
-//   Go: the Sobel agent runs on the region's rectangle (source point to source point + extent, the mask is
-//   not used) with QANGLE, shift 2, threshold 15, sparseness 1; the 256-bin histogram of its output gives
-//   hist[k] = count of bin 128 + k, k = 0..127 (strong pixels by 7-bit direction, 2.8125 degrees a code).
-//   HistBasedAngle, n = number of folded bins (32, 64 or 128 for fold modes 2, 1, 0), w = the weight table:
-//     folded[k] = (h[k] (+ h[k+64] in mode 1) (+ h[k+32] + h[k+64] + h[k+96] in mode 2)) * w[k mod 32]
-//       (float; the weight only when weights are on);  T = h[0] + ... + h[n-1] (unfolded, first n only);
-//     peak: over k = 0..n-1 the run of bins k-4..k (cyclic), whose middle k-2 becomes the peak when it is
-//       strictly greater than the best so far (from 0); L2 L1 P R1 R2 the peak's run, k its step;
-//     coverage = T * 100 / (width * height) (0 for an empty region), strength = P * 1000 / T (0 when T = 0);
-//     sub-bin offset d by a three-point parabola through the best-placed triple (see the source), with the
-//       report ("sceneangle", 295, "0") and d = 0 where no triple fits;  angle = -2 pi (k + d) / 128 radians.
-//   AngleDiff: Pearson correlation r(s) of the two folded sequences at every cyclic shift s, the first s with
-//   the largest positive r (0 when none is positive), refined by the three- or five-point fit, times
-//   2 pi / 128. Each cyclic sum adds its terms in increasing order, so r(s) = r(-s) exactly when both
-//   sequences are equal, and two agents on the same image give exactly 0.
-//   pi is the library's 3.14159265358789. foldSpread = sqrt(max(0, n * sumSq - sum^2)).
-// Work is clipped to the part of the region inside the source (the Sobel agent's rule); the intermediate
-// image and sub-agents are kept between runs, so a run after the first allocates nothing.
+/// \file
+/// The scene angle agent: the dominant edge direction of a region from the histogram of its strong gradient
+/// directions, folded so that directions a quarter turn apart coincide, and the rotation between two scenes.
+///
+/// Contract (software agent; any board agent gives the same histograms and results):
+///   Go: the Sobel agent runs on the region's rectangle (source point to source point + extent, the mask is
+///   not used) with QANGLE, shift 2, threshold 15, sparseness 1; the 256-bin histogram of its output gives
+///   hist[k] = count of bin 128 + k, k = 0..127 (strong pixels by 7-bit direction, 2.8125 degrees a code).
+///   HistBasedAngle, n = number of folded bins (32, 64 or 128 for fold modes 2, 1, 0), w = the weight table:
+///     folded[k] = (h[k] (+ h[k+64] in mode 1) (+ h[k+32] + h[k+64] + h[k+96] in mode 2)) * w[k mod 32]
+///       (float; the weight only when weights are on);  T = h[0] + ... + h[n-1] (unfolded, first n only);
+///     peak: over k = 0..n-1 the run of bins k-4..k (cyclic), whose middle k-2 becomes the peak when it is
+///       strictly greater than the best so far (from 0); L2 L1 P R1 R2 the peak's run, k its step;
+///     coverage = T * 100 / (width * height) (0 for an empty region), strength = P * 1000 / T (0 when T = 0);
+///     sub-bin offset d by a three-point parabola through the best-placed triple (see the source), with the
+///       report ("sceneangle", 295, "0") and d = 0 where no triple fits;  angle = -2 pi (k + d) / 128 radians.
+///   AngleDiff: Pearson correlation r(s) of the two folded sequences at every cyclic shift s, the first s with
+///   the largest positive r (0 when none is positive), refined by the three- or five-point fit, times
+///   2 pi / 128. Each cyclic sum adds its terms in increasing order, so r(s) = r(-s) exactly when both
+///   sequences are equal, and two agents on the same image give exactly 0.
+///   pi is the library's 3.14159265358789. foldSpread = sqrt(max(0, n * sumSq - sum^2)).
+/// Work is clipped to the part of the region inside the source (the Sobel agent's rule); the intermediate
+/// image and sub-agents are kept between runs, so a run after the first allocates nothing.
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -36,10 +37,10 @@
 
 namespace ombrel {
 
-// Go's status when the intermediate image cannot be made.
+/// Go's status when the intermediate image cannot be made.
 inline constexpr int32_t kSceneAngleNoMemory = -1;
 
-// The fixed per-bin correction of folded direction histograms, indexed by bin modulo 32.
+/// The fixed per-bin correction of folded direction histograms, indexed by bin modulo 32.
 OMBREL_API const float* SceneAngleWeights();
 
 class OMBREL_API SceneAngleAgent : public Agent {
@@ -53,13 +54,13 @@ class OMBREL_API SceneAngleAgent : public Agent {
     virtual int PreGo(bool keep);
     virtual int PostGo();
 
-    // Rotation of this agent's scene relative to `other`'s, in radians; 0 when either is null, the two fold
-    // differently, or either spread is 0.
+    /// Rotation of this agent's scene relative to `other`'s, in radians; 0 when either is null, the two fold
+    /// differently, or either spread is 0.
     float AngleDiff(SceneAngleAgent* other);
 
-    float Strength() const { return _strength; }  // per mille
-    float Angle() const { return _angle; }        // radians
-    float Coverage() const { return _coverage; }  // percent
+    float Strength() const { return _strength; }  ///< per mille
+    float Angle() const { return _angle; }        ///< radians
+    float Coverage() const { return _coverage; }  ///< percent
     const int32_t* Hist() const { return _hist; }
     const float* Folded() const { return _folded; }
     int NBins() const { return _nBins; }
@@ -70,11 +71,11 @@ class OMBREL_API SceneAngleAgent : public Agent {
     double FoldSumSq() const { return _foldSumSq; }
     double FoldSpread() const { return _foldSpread; }
 
-    // Fold mode 0, 1 or 2 also sets the number of bins (128, 64, 32); other values are ignored.
+    /// Fold mode 0, 1 or 2 also sets the number of bins (128, 64, 32); other values are ignored.
     void SetFoldMode(int mode);
     void SetFitMode(int mode) { _fitMode = mode; }
     void SetUseWeights(bool on) { _useWeights = on ? 1 : 0; }
-    // Replaces the direction histogram (tests and callers with histograms of their own) and recomputes.
+    /// Replaces the direction histogram (tests and callers with histograms of their own) and recomputes.
     void SetHist(const int32_t (&hist)[128]);
 
   protected:
@@ -104,7 +105,7 @@ class OMBREL_API swSceneAngleAgent : public SceneAngleAgent {
   public:
     using SceneAngleAgent::SceneAngleAgent;
     ~swSceneAngleAgent() override;
-    // Makes the intermediate image and sub-agents now (Go would on its first run); 0 or kSceneAngleNoMemory.
+    /// Makes the intermediate image and sub-agents now (Go would on its first run); 0 or kSceneAngleNoMemory.
     int PreGo(bool keep) override;
     int Go() override;
 
@@ -118,8 +119,8 @@ class OMBREL_API swSceneAngleAgent : public SceneAngleAgent {
     Rect _prepared{};
 };
 
-// The software agent for a host source (either host type); null for a board source (no back end in this
-// build) or when memory runs out.
+/// The software agent for a host source (either host type); null for a board source (no back end in this
+/// build) or when memory runs out.
 OMBREL_API SceneAngleAgent* SceneAngleFact(Buffer* src);
 OMBREL_API SceneAngleAgent* SceneAngleFact(Buffer* src, int left, int top, int right, int bottom);
 OMBREL_API SceneAngleAgent* SceneAngleFact(Buffer* src, Point p, const ROI& roi);

@@ -1,33 +1,34 @@
 // SPDX-License-Identifier: MIT
-// The Sobel agent: one 8-bit output image holding one of ten encodings of the 3x3 Sobel gradient of an
-// 8-bit source region, plus whole-image statistics gathered while it is written.
-//
-// Per-pixel contract (software agent, every SIMD path and any future board agent give the same bytes):
-//   The region starts at the source point (x0, y0); s = sparseness, Wd x Hd = the destination's size, which
-//   (not the region's) sets the extent. Destination pixel (i, j) is the sample at source (x0 + s*i, y0 +
-//   s*j). For that sample, with a b c / d e f / g h k its unit-spaced 3x3 neighbourhood (also when s > 1):
-//     gx = ((c + 2f + k) - (a + 2d + g)) >> shift,  gy = ((a + 2b + c) - (g + 2h + k)) >> shift
-//   (arithmetic shift, rounding toward minus infinity; gy is top minus bottom), each clamped to -127..127.
-//   The stored byte v by encoding (m = the length table at (gx, gy), t = the direction table's code):
-//     DX gx (two's complement)  DY gy  MAG m (0..180)  ANGLE t  QANGLE (m > threshold) << 7 | t >> 1
-//     ABSDX |gx|  ABSDY |gy|  _3M5A (m & 0xE0) | t >> 3  _4GX4GY (gx & 0xF0) | ((gy >> 4) & 0x0F)
-//     SUMABS |gx| + |gy|
-//   Not computed, and written with the fill value (0; 0x40 for QANGLE): destination rows 0 and Hd - 1,
-//   columns 0 and Wd - 1, pixels whose mask bit is clear (masked region: bit (s*i, s*j) of the region's
-//   one-bit mask; a bit outside the mask image counts as clear), and pixels whose 3x3 neighbourhood is not
-//   wholly inside the source (a region hanging over the source's edge is clipped this way; nothing outside
-//   any buffer is read or written). A source that is not 8-bit computes nothing.
-//   Statistics (32-bit, wrapping), cleared at every Go and kept over computed pixels only:
-//     outputSum += v; nonZeroCount += (v != 0);
-//     MAG, ABSDX, ABSDY, SUMABS, QANGLE only: when the figure (v; m for QANGLE) > threshold,
-//       strongCount += 1, strongGraySum += e;
-//     every encoding, when useThreshold2 and v > threshold2: excessSum += v - threshold2, excessCount += 1.
-//   Masked regions: before the routine, every destination pixel (x, y) whose region mask bit (x, y) is clear
-//   (region coordinates, not divided by s) is set to 0, through an inverted copy of the mask; when that copy
-//   cannot be made (for instance a masked region of no width), Go returns -5500 - |k| (k the copy's status)
-//   and writes nothing. An encoding outside 0..9 runs no routine: Go returns 0 after that mask step.
-//   Shift values below 0 count as 0 and above 15 as 15 (a 11-bit raw sum is then 0 or -1 either way).
-//   Sparseness below 1 computes nothing: the whole destination gets the fill value, the statistics 0.
+/// \file
+/// The Sobel agent: one 8-bit output image holding one of ten encodings of the 3x3 Sobel gradient of an
+/// 8-bit source region, plus whole-image statistics gathered while it is written.
+///
+/// Per-pixel contract (software agent, every SIMD path and any future board agent give the same bytes):
+///   The region starts at the source point (x0, y0); s = sparseness, Wd x Hd = the destination's size, which
+///   (not the region's) sets the extent. Destination pixel (i, j) is the sample at source (x0 + s*i, y0 +
+///   s*j). For that sample, with a b c / d e f / g h k its unit-spaced 3x3 neighbourhood (also when s > 1):
+///     gx = ((c + 2f + k) - (a + 2d + g)) >> shift,  gy = ((a + 2b + c) - (g + 2h + k)) >> shift
+///   (arithmetic shift, rounding toward minus infinity; gy is top minus bottom), each clamped to -127..127.
+///   The stored byte v by encoding (m = the length table at (gx, gy), t = the direction table's code):
+///     DX gx (two's complement)  DY gy  MAG m (0..180)  ANGLE t  QANGLE (m > threshold) << 7 | t >> 1
+///     ABSDX |gx|  ABSDY |gy|  _3M5A (m & 0xE0) | t >> 3  _4GX4GY (gx & 0xF0) | ((gy >> 4) & 0x0F)
+///     SUMABS |gx| + |gy|
+///   Not computed, and written with the fill value (0; 0x40 for QANGLE): destination rows 0 and Hd - 1,
+///   columns 0 and Wd - 1, pixels whose mask bit is clear (masked region: bit (s*i, s*j) of the region's
+///   one-bit mask; a bit outside the mask image counts as clear), and pixels whose 3x3 neighbourhood is not
+///   wholly inside the source (a region hanging over the source's edge is clipped this way; nothing outside
+///   any buffer is read or written). A source that is not 8-bit computes nothing.
+///   Statistics (32-bit, wrapping), cleared at every Go and kept over computed pixels only:
+///     outputSum += v; nonZeroCount += (v != 0);
+///     MAG, ABSDX, ABSDY, SUMABS, QANGLE only: when the figure (v; m for QANGLE) > threshold,
+///       strongCount += 1, strongGraySum += e;
+///     every encoding, when useThreshold2 and v > threshold2: excessSum += v - threshold2, excessCount += 1.
+///   Masked regions: before the routine, every destination pixel (x, y) whose region mask bit (x, y) is clear
+///   (region coordinates, not divided by s) is set to 0, through an inverted copy of the mask; when that copy
+///   cannot be made (for instance a masked region of no width), Go returns -5500 - |k| (k the copy's status)
+///   and writes nothing. An encoding outside 0..9 runs no routine: Go returns 0 after that mask step.
+///   Shift values below 0 count as 0 and above 15 as 15 (a 11-bit raw sum is then 0 or -1 either way).
+///   Sparseness below 1 computes nothing: the whole destination gets the fill value, the statistics 0.
 #pragma once
 #include <cstdint>
 
@@ -41,7 +42,7 @@
 
 namespace ombrel {
 
-// Base of the status Go returns when the inverted mask image cannot be made.
+/// Base of the status Go returns when the inverted mask image cannot be made.
 inline constexpr int32_t kSobelMaskStatusBase = -5500;
 
 class OMBREL_API SobelAgent : public Agent {
@@ -54,7 +55,7 @@ class OMBREL_API SobelAgent : public Agent {
     ~SobelAgent() override = default;
 
     void SetSrcROI(const ROI& roi) override;
-    // Masking comes from the source region's mask bits only; a separate mask buffer is not used.
+    /// Masking comes from the source region's mask bits only; a separate mask buffer is not used.
     virtual void SetMaskBuffer(Buffer* mask);
 
     void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
@@ -82,10 +83,10 @@ class OMBREL_API SobelAgent : public Agent {
     int32_t ExcessCount() const { return _excessCount; }
 
   protected:
-    // Stores the arguments and clears every other setting and accumulator.
+    /// Stores the arguments and clears every other setting and accumulator.
     virtual void PreGo(Buffer* dst, SobelOut out, SobelShift shift, int threshold, int sparseness);
 
-    Buffer* _dstBuf = nullptr;  // not owned
+    Buffer* _dstBuf = nullptr;  ///< not owned
     SobelShift _sobelShift = SOBEL_SHIFT_0;
     SobelOut _sobelOut = MAG;
     int32_t _threshold = 0;
@@ -99,7 +100,7 @@ class OMBREL_API SobelAgent : public Agent {
     int32_t _nonZeroCount = 0;
     int32_t _excessSum = 0;
     int32_t _excessCount = 0;
-    int32_t _boardResult = 0;  // the board's result block only; cleared here
+    int32_t _boardResult = 0;  ///< the board's result block only; cleared here
 };
 
 class OMBREL_API swSobelAgent : public SobelAgent {
@@ -112,10 +113,10 @@ class OMBREL_API swSobelAgent : public SobelAgent {
     void RunRoutine();
 };
 
-// Factories. Each form checks its region first (lfsobel assertions; a failed one is reported and the agent
-// is still made). The software agent serves host buffers, and SUMABS on any buffers (the board has no such
-// mode); board buffers otherwise have no back end in this build (null); any other mix gives null.
-// The whole-image form checks the source's full rectangle as the Rect form does.
+/// Factories. Each form checks its region first (lfsobel assertions; a failed one is reported and the agent
+/// is still made). The software agent serves host buffers, and SUMABS on any buffers (the board has no such
+/// mode); board buffers otherwise have no back end in this build (null); any other mix gives null.
+/// The whole-image form checks the source's full rectangle as the Rect form does.
 OMBREL_API SobelAgent* SobelFact(Buffer* src, Buffer* dst, SobelOut out, SobelShift shift, int threshold,
                                  int nSparseness);
 OMBREL_API SobelAgent* SobelFact(Buffer* src, Buffer* dst, Rect sRect, SobelOut out, SobelShift shift,

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
-// The Sobel agent's output encodings and shifts, kept apart from the agent so that kernel files need no
-// agent header.
+/// \file
+/// The Sobel agent's output encodings and shifts, kept apart from the agent so that kernel files need no
+/// agent header.
 #pragma once
 #include <cstdint>
 
 namespace ombrel {
 
-// Output encoding of the Sobel agent (the value is what callers pass). _3M5A and _4GX4GY are the
-// three-bits-of-magnitude / five-bits-of-direction and the two-nibble encodings.
+/// Output encoding of the Sobel agent (the value is what callers pass). _3M5A and _4GX4GY are the
+/// three-bits-of-magnitude / five-bits-of-direction and the two-nibble encodings.
 enum SobelOut : int32_t {
     DX = 0,
     DY = 1,
@@ -21,7 +22,7 @@ enum SobelOut : int32_t {
     SUMABS = 9
 };
 
-// Number of bits both raw Sobel sums are shifted right (arithmetically) before clamping.
+/// Number of bits both raw Sobel sums are shifted right (arithmetically) before clamping.
 enum SobelShift : int32_t {
     SOBEL_SHIFT_0 = 0,
     SOBEL_SHIFT_1 = 1,
@@ -37,12 +38,12 @@ inline constexpr bool IsSobelOut(int32_t out) {
     return out >= DX && out <= SUMABS;
 }
 
-// The byte of pixels that are not computed: the outer rows and columns and masked-out pixels.
+/// The byte of pixels that are not computed: the outer rows and columns and masked-out pixels.
 inline constexpr uint8_t SobelFillValue(int32_t out) {
     return out == QANGLE ? 0x40 : 0x00;
 }
 
-// Whether an encoding keeps the strong-pixel statistics (value, or magnitude for QANGLE, above threshold).
+/// Whether an encoding keeps the strong-pixel statistics (value, or magnitude for QANGLE, above threshold).
 inline constexpr bool SobelKeepsStrongPixels(int32_t out) {
     return out == MAG || out == ABSDX || out == ABSDY || out == SUMABS || out == QANGLE;
 }

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Binary morphology's operation codes and border modes, kept apart from the agent so that kernel files and
-// other subsystems (break detection) need no agent header.
+/// \file
+/// Binary morphology's operation codes and border modes, kept apart from the agent so that kernel files and
+/// other subsystems (break detection) need no agent header.
 #pragma once
 #include <cstdint>
 
 namespace ombrel {
 
-// The predefined 3x3 operations (the value is what callers pass). See binmorph.h for each rule.
+/// The predefined 3x3 operations (the value is what callers pass). See binmorph.h for each rule.
 enum BinMorphOpCode : int32_t {
     ErodeKeep6 = 0,
     ErodeFull = 1,
@@ -28,7 +29,7 @@ enum BinMorphOpCode : int32_t {
     FillPinholes = 17
 };
 
-// What neighbours outside the processed rectangle read as.
+/// What neighbours outside the processed rectangle read as.
 enum BMBORDER : int32_t { BMBORDER_CLEAR = 0, BMBORDER_SET = 1 };
 
 }  // namespace ombrel

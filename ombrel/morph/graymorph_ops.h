@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Grey morphology's operation codes and polarity, and the row operations its kernels perform, kept apart from
-// the agent so that kernel files need no agent header.
+/// \file
+/// Grey morphology's operation codes and polarity, and the row operations its kernels perform, kept apart from
+/// the agent so that kernel files need no agent header.
 #pragma once
 #include <cstdint>
 
@@ -16,12 +17,12 @@ enum GRAYMORPHOP : int32_t {
     GRAYMORPH_WELL = 6
 };
 
-// Inverted polarity swaps minimum and maximum in every filter step (the operations then apply to dark
-// objects).
+/// Inverted polarity swaps minimum and maximum in every filter step (the operations then apply to dark
+/// objects).
 enum GMPOLARITY : int32_t { GM_POLARITY_NORMAL = 0, GM_POLARITY_INVERTED = 1 };
 
 namespace graymorph {
-// d = op(a, b) per byte.
+/// d = op(a, b) per byte.
 enum RowOp : uint32_t { kRowMin = 0, kRowMax = 1, kRowAbsDiff = 2 };
 }  // namespace graymorph
 

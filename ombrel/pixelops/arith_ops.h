@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// The arithmetic agent's operation, sign and mask-operation codes (the values are what callers pass). Kept
-// apart from the agent so that kernel files, which are built with wider instruction sets, need no agent
-// header.
+/// \file
+/// The arithmetic agent's operation, sign and mask-operation codes (the values are what callers pass). Kept
+/// apart from the agent so that kernel files, which are built with wider instruction sets, need no agent
+/// header.
 #pragma once
 #include <cstdint>
 
@@ -26,13 +27,13 @@ enum ArithOp : int32_t {
     _ARITH_MULT = 15
 };
 constexpr int kArithOpCount = 16;
-// Operations from this value on need source B.
+/// Operations from this value on need source B.
 constexpr ArithOp kFirstBinaryArithOp = _ARITH_ADD;
 
-// How a source is read or the destination written: 0 unsigned bytes, anything else signed bytes.
+/// How a source is read or the destination written: 0 unsigned bytes, anything else signed bytes.
 enum ArithSign : int32_t { _ARITH_UNSIGNED = 0, _ARITH_SIGNED = 1 };
 
-// The bitwise operation MASKSHIFT applies between the source byte and the mask before shifting.
+/// The bitwise operation MASKSHIFT applies between the source byte and the mask before shifting.
 enum ArithMaskOp : int32_t { _ARITH_MASK_AND = 0, _ARITH_MASK_OR = 1, _ARITH_MASK_XOR = 2 };
 
 }  // namespace ombrel

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// The mask agent's operation codes, kept apart from the agent so that kernel files need no agent header.
+/// \file
+/// The mask agent's operation codes, kept apart from the agent so that kernel files need no agent header.
 #pragma once
 #include <cstdint>
 
 namespace ombrel {
 
-// Operation codes of the mask agent (the values are what callers pass).
+/// Operation codes of the mask agent (the values are what callers pass).
 enum MaskOp : uint32_t {
     MASK_ADD = 0,
     MASK_SUB = 1,

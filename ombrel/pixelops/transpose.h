@@ -1,23 +1,24 @@
 // SPDX-License-Identifier: MIT
-// Transposition: a region of an 8-bit image turned by a quarter turn either way or a half turn, or
-// mirrored top to bottom or left to right, into a destination image.
-//
-// Per-pixel contract (the software agent, every SIMD level and any future board agent give these bytes).
-// W and H are the region's width and height, src(c, r) the region's pixel in column c and row r (source
-// pixel origin + (c, r)), dst(x, y) the destination pixel:
-//   0 TRANSPOSE_ROT90_CCW   rotate 90 degrees counter-clockwise   dst(r, W - 1 - c)         = src(c, r)
-//   1 TRANSPOSE_ROT90_CW    rotate 90 degrees clockwise           dst(H - 1 - r, c)         = src(c, r)
-//   2 TRANSPOSE_ROT180      rotate 180 degrees                    dst(W - 1 - c, H - 1 - r) = src(c, r)
-//   3 TRANSPOSE_FLIP_TB     mirror top to bottom                  dst(c, H - 1 - r)         = src(c, r)
-//   4 TRANSPOSE_FLIP_LR     mirror left to right                  dst(W - 1 - c, r)         = src(c, r)
-// Any other value writes nothing. Destination bytes no source pixel maps to are left as they were; the
-// region's mask, if it has one, is not consulted (its rectangle is turned). Go() returns 0 in every case.
-//
-// Preconditions are assertions (module "swtranspose"): both buffers present, then the destination's size
-// for the operation (at least H x W for the quarter turns, W x H for the others); a missing buffer is read
-// as one of 0 x 0 pixels and the agent goes on. Safety: only the pixels of the region inside the source
-// whose mapped position lies inside the destination are copied; positions are never shifted by the cut.
-// Both buffers must be 8-bit.
+/// \file
+/// Transposition: a region of an 8-bit image turned by a quarter turn either way or a half turn, or
+/// mirrored top to bottom or left to right, into a destination image.
+///
+/// Per-pixel contract (the software agent, every SIMD level and any future board agent give these bytes).
+/// W and H are the region's width and height, src(c, r) the region's pixel in column c and row r (source
+/// pixel origin + (c, r)), dst(x, y) the destination pixel:
+///   0 TRANSPOSE_ROT90_CCW   rotate 90 degrees counter-clockwise   dst(r, W - 1 - c)         = src(c, r)
+///   1 TRANSPOSE_ROT90_CW    rotate 90 degrees clockwise           dst(H - 1 - r, c)         = src(c, r)
+///   2 TRANSPOSE_ROT180      rotate 180 degrees                    dst(W - 1 - c, H - 1 - r) = src(c, r)
+///   3 TRANSPOSE_FLIP_TB     mirror top to bottom                  dst(c, H - 1 - r)         = src(c, r)
+///   4 TRANSPOSE_FLIP_LR     mirror left to right                  dst(W - 1 - c, r)         = src(c, r)
+/// Any other value writes nothing. Destination bytes no source pixel maps to are left as they were; the
+/// region's mask, if it has one, is not consulted (its rectangle is turned). Go() returns 0 in every case.
+///
+/// Preconditions are assertions (module "swtranspose"): both buffers present, then the destination's size
+/// for the operation (at least H x W for the quarter turns, W x H for the others); a missing buffer is read
+/// as one of 0 x 0 pixels and the agent goes on. Safety: only the pixels of the region inside the source
+/// whose mapped position lies inside the destination are copied; positions are never shifted by the cut.
+/// Both buffers must be 8-bit.
 #pragma once
 #include <cstdint>
 
@@ -39,7 +40,7 @@ enum TransOpType : int32_t {
 
 class OMBREL_API TransposeAgent : public Agent {
   public:
-    TransposeAgent(Buffer* src, Buffer* dst, TransOpType op);  // the whole source image
+    TransposeAgent(Buffer* src, Buffer* dst, TransOpType op);  ///< the whole source image
     TransposeAgent(Buffer* src, Buffer* dst, Rect r, TransOpType op);
     TransposeAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, TransOpType op);
     ~TransposeAgent() override = default;
@@ -51,7 +52,7 @@ class OMBREL_API TransposeAgent : public Agent {
 
   protected:
     TransOpType _op = TRANSPOSE_ROT90_CCW;
-    Buffer* _dstBuf = nullptr;  // not owned
+    Buffer* _dstBuf = nullptr;  ///< not owned
 };
 
 class OMBREL_API swTransposeAgent : public TransposeAgent {
@@ -64,9 +65,9 @@ class OMBREL_API swTransposeAgent : public TransposeAgent {
     void RowByRow(int64_t c0, int64_t c1, int64_t r0, int64_t r1) const;
 };
 
-// The software agent when the source is a host buffer and the destination one the library owns
-// (HOST_BUFFER); null for board buffers (no back end yet), a mix, a wrapped destination or no memory. The
-// factories make no assertions of their own.
+/// The software agent when the source is a host buffer and the destination one the library owns
+/// (HOST_BUFFER); null for board buffers (no back end yet), a mix, a wrapped destination or no memory. The
+/// factories make no assertions of their own.
 OMBREL_API TransposeAgent* TransposeFact(Buffer* src, Buffer* dst, TransOpType op);
 OMBREL_API TransposeAgent* TransposeFact(Buffer* src, Buffer* dst, Rect r, TransOpType op);
 OMBREL_API TransposeAgent* TransposeFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, TransOpType op);
