@@ -132,6 +132,7 @@ class OMBREL_API CorrMatchAgent : public Agent {
 
 class OMBREL_API swCorrMatchAgent : public CorrMatchAgent {
   public:
+    /// The constructors of CorrMatchAgent.
     using CorrMatchAgent::CorrMatchAgent;
     int Go() override;
 

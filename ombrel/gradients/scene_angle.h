@@ -103,6 +103,7 @@ class OMBREL_API SceneAngleAgent : public Agent {
 
 class OMBREL_API swSceneAngleAgent : public SceneAngleAgent {
   public:
+    /// The constructors of SceneAngleAgent.
     using SceneAngleAgent::SceneAngleAgent;
     ~swSceneAngleAgent() override;
     /// Makes the intermediate image and sub-agents now (Go would on its first run); 0 or kSceneAngleNoMemory.

@@ -105,6 +105,7 @@ class OMBREL_API SobelAgent : public Agent {
 
 class OMBREL_API swSobelAgent : public SobelAgent {
   public:
+    /// The constructors of SobelAgent.
     using SobelAgent::SobelAgent;
     int Go() override;
 

@@ -147,6 +147,7 @@ class OMBREL_API BinMorphAgent : public Agent {
 
 class OMBREL_API swBinMorphAgent : public BinMorphAgent {
   public:
+    /// The constructors of BinMorphAgent.
     using BinMorphAgent::BinMorphAgent;
     using BinMorphAgent::Go;
     int Go(BinMorphOperator* op) override;

@@ -177,6 +177,7 @@ class OMBREL_API GrayMorphAgent : public Agent {
 class OMBREL_API swGrayMorphAgent : public GrayMorphAgent {
   public:
     using GrayMorphAgent::Go;
+    /// The constructors of GrayMorphAgent.
     using GrayMorphAgent::GrayMorphAgent;
     int Go(FILE* trace) override;
 

@@ -82,6 +82,7 @@ namespace ombrel {
 
 /// The two result words of the last Go: word[0] the sum of the bytes written, word[1] the non-zero count.
 struct ArithResults {
+    /// sum of the bytes written, count of non-zero bytes written
     int32_t word[2] = {0, 0};
 };
 
@@ -90,18 +91,27 @@ constexpr int kArithNoImage = -1;
 /// Go() status for an operation code outside 0..15.
 constexpr int kArithBadOp = -2;
 
+/// Pixel arithmetic on one or two 8-bit sources into an 8-bit destination; the per-pixel rule of every
+/// operation, the gain, offset, sign and clip rules are in arith.h. Made by ArithFact.
 class OMBREL_API ArithAgent : public Agent {
   public:
+    /// Operation `op` on the rectangle `r` of `srcA` (and `srcB`), scaled by `gain`, shifted by `offset`, into `dest`.
     ArithAgent(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, double gain, int offset, Buffer* dest);
     /// A null region pointer gives an empty region.
     ArithAgent(Buffer* srcA, Point p, const ROI* roi, Buffer* srcB, ArithOp op, double gain, int offset,
                Buffer* dest);
+    /// Operation `op` over the whole of `srcA`.
     ArithAgent(Buffer* srcA, Buffer* srcB, ArithOp op, double gain, int offset, Buffer* dest);
     ~ArithAgent() override;
 
+    ///@{
+    /// Where source B is read: region pixel (x, y) meets B(corner + (x, y)). Default (0, 0).
     virtual void SetCornerB(int x, int y);
     virtual void SetCornerB(Point cornerB);
+    ///@}
+    /// Runs MULT (Go calls it for that operation); returns Go's status.
     virtual int MultiplyBuffers() = 0;
+    /// Runs every operation but MULT (Go calls it); returns Go's status.
     virtual int ProcessOp() = 0;
     int Go() override;
 
@@ -114,12 +124,18 @@ class OMBREL_API ArithAgent : public Agent {
     /// always ends with the clip flag off; ADD and DIFF on an unsigned destination always end with the second
     /// flag off, SUB on an unsigned destination with the clip flag off.
     void SetSignClip(ArithSign signA, ArithSign signB, ArithSign signDest, bool clip, bool flag);
+    /// MASKSHIFT's bitwise operation, mask (low 8 bits) and shift (-7..7, negative shifts right).
     void SetMaskShift(ArithMaskOp op, int mask, int shift);
     /// The band of BINARIZE and PASSRANGE, both ends included (default 0 and 255).
     void SetBand(int low, int high);
+    /// Replaces source B.
     void SetSrcB(Buffer* srcB);
+    /// The result words of the last Go.
     void GetResults(ArithResults* results) const;
 
+    ///@{
+    /// The settings as they stand (the gain as given and as split by SetNorm into pre-offset, multiplier, shift and
+    /// post-offset; the clip and second flags; the signs; the band).
     ArithOp Op() const { return mOpCode; }
     Buffer* SrcB() const { return mSrcB; }
     Buffer* Dest() const { return mDest; }
@@ -137,6 +153,7 @@ class OMBREL_API ArithAgent : public Agent {
     ArithSign SignDest() const { return mSignDest; }
     int BandLow() const { return mBandLow; }
     int BandHigh() const { return mBandHigh; }
+    ///@}
 
   protected:
     Buffer* mSrcB = nullptr;
@@ -168,6 +185,7 @@ class OMBREL_API ArithAgent : public Agent {
 /// The software implementation: host buffers.
 class OMBREL_API swArithAgent : public ArithAgent {
   public:
+    /// The constructors of ArithAgent.
     using ArithAgent::ArithAgent;
     int MultiplyBuffers() override;
     int ProcessOp() override;
@@ -180,6 +198,7 @@ class OMBREL_API swArithAgent : public ArithAgent {
     int DoMultiplyBuffersFull(const Rect& clip);
 };
 
+///@{
 /// Factories: the software agent when every buffer given is a host buffer (either host type), null when
 /// board buffers are given (no board back end in this build), for a mix, or when srcA or dest is null. srcB
 /// may be null (it is optional here; a binary operation without it reports and fails in Go).
@@ -191,5 +210,6 @@ OMBREL_API ArithAgent* ArithFact(Buffer* srcA, const Point& p, const ROI& roi, B
                                  float gain, int offset, Buffer* dest);
 OMBREL_API ArithAgent* ArithFact(Buffer* srcA, int left, int top, int right, int bottom, Buffer* srcB,
                                  ArithOp op, float gain, int offset, Buffer* dest);
+///@}
 
 }  // namespace ombrel

@@ -8,6 +8,7 @@
 
 namespace ombrel {
 
+/// Operation codes of the arithmetic agent; the value rules are in arith.h.
 enum ArithOp : int32_t {
     _ARITH_NOT = 0,
     _ARITH_NEGATE = 1,
@@ -26,6 +27,7 @@ enum ArithOp : int32_t {
     _ARITH_MAX = 14,
     _ARITH_MULT = 15
 };
+/// Number of operation codes.
 constexpr int kArithOpCount = 16;
 /// Operations from this value on need source B.
 constexpr ArithOp kFirstBinaryArithOp = _ARITH_ADD;

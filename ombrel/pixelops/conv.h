@@ -39,32 +39,45 @@
 
 namespace ombrel {
 
+/// Convolution of an 8-bit image with an 8-bit kernel held in a correlation template; the sum, shift and
+/// output rules are in conv.h. Made by ConvFact.
 class OMBREL_API ConvAgent : public Agent {
   public:
-    /// The four integers: image-signed setting, template-signed setting, _xStep, _yStep.
+    ///@{
+    /// Output into `dst` from the region: the whole source image, the rectangle `r`, or `roi` placed at `p`. The four
+    /// integers are the image-signed setting, the template-signed setting and the steps in x and y.
     ConvAgent(Buffer* src, Buffer* dst, CorrTemplate* kernel, int imgSigned, int tplSigned, int xStep,
-              int yStep);  ///< the whole source image
+              int yStep);
     ConvAgent(Buffer* src, Buffer* dst, Rect r, CorrTemplate* kernel, int imgSigned, int tplSigned, int xStep,
               int yStep);
     ConvAgent(Buffer* src, Buffer* dst, Point p, ROI* roi, CorrTemplate* kernel, int imgSigned, int tplSigned,
               int xStep, int yStep);
+    ///@}
     ~ConvAgent() override = default;
 
+    /// The destination (not owned).
     Buffer* DstBuf() const { return _dstBuf; }
+    /// The kernel's template (not owned).
     CorrTemplate* Template() const { return _convTemplate; }
+    ///@{
+    /// Output steps in x and y.
     int XStep() const { return _xStep; }
     int YStep() const { return _yStep; }
+    ///@}
 
+    ///@{
     /// The run geometry of the last Setup (tests and callers that want the output size read it).
     int SxStart() const { return _sxStart; }
     int SxStop() const { return _sxStop; }
     int SyStart() const { return _syStart; }
     int SyStop() const { return _syStop; }
     int Shift() const { return _shift; }
+    ///@}
 
   protected:
     /// Validates and computes the run geometry; true when there is something safe to run.
     bool Setup();
+    /// Reports every failed precondition of the current set-up.
     void CheckPreconditions() const;
 
     CorrTemplate* _convTemplate = nullptr;  ///< not owned
@@ -92,12 +105,15 @@ class OMBREL_API ConvAgent : public Agent {
     std::vector<int16_t> _coeffs;  ///< the kernel widened once, row after row
 };
 
+/// The software convolution agent (host buffers).
 class OMBREL_API swConvAgent : public ConvAgent {
   public:
+    /// The constructors of ConvAgent.
     using ConvAgent::ConvAgent;
     int Go() override;
 };
 
+///@{
 /// The software agent when both buffers are host buffers (either host type); null for board buffers (no back
 /// end yet), a mix, or no memory.
 OMBREL_API ConvAgent* ConvFact(Buffer* src, Buffer* dst, CorrTemplate* kernel, int imgSigned, int tplSigned,
@@ -108,5 +124,6 @@ OMBREL_API ConvAgent* ConvFact(Buffer* src, Buffer* dst, Point p, ROI* roi, Corr
                                int imgSigned, int tplSigned, int xStep, int yStep);
 OMBREL_API ConvAgent* ConvFact(Buffer* src, Buffer* dst, int left, int top, int right, int bottom,
                                CorrTemplate* kernel, int imgSigned, int tplSigned, int xStep, int yStep);
+///@}
 
 }  // namespace ombrel

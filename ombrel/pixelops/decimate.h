@@ -35,16 +35,25 @@ namespace ombrel {
 /// The sampling step.
 enum PixelStep : int32_t { PIXEL_STEP_1 = 1, PIXEL_STEP_2 = 2 };
 
+/// Decimation: every `step`-th pixel of the source region, in both directions, written from (0, 0) of the
+/// destination (rule in decimate.h). Made by DecimateFact.
 class OMBREL_API DecimateAgent : public Agent {
   public:
-    DecimateAgent(Buffer* src, Buffer* dst, PixelStep step);  ///< the whole source image
+    ///@{
+    /// Every `step`-th pixel into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at `p`.
+    DecimateAgent(Buffer* src, Buffer* dst, PixelStep step);
     DecimateAgent(Buffer* src, Buffer* dst, Rect r, PixelStep step);
     DecimateAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, PixelStep step);
+    ///@}
     ~DecimateAgent() override = default;
 
+    /// The destination (not owned).
     Buffer* DstBuf() const { return _dstBuf; }
+    /// Replaces the destination.
     void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
+    /// The step.
     PixelStep Step() const { return _step; }
+    /// Sets the step.
     void SetStep(PixelStep step) { _step = step; }
 
   protected:
@@ -52,12 +61,15 @@ class OMBREL_API DecimateAgent : public Agent {
     PixelStep _step = PIXEL_STEP_2;
 };
 
+/// The software decimation agent (host buffers).
 class OMBREL_API swDecimateAgent : public DecimateAgent {
   public:
+    /// The constructors of DecimateAgent.
     using DecimateAgent::DecimateAgent;
     int Go() override;
 };
 
+///@{
 /// The software agent when both buffers are host buffers (either host type); null for board buffers (no back
 /// end yet), a mix, or no memory. The factories make no assertions of their own.
 OMBREL_API DecimateAgent* DecimateFact(Buffer* src, Buffer* dst, PixelStep step);
@@ -65,5 +77,6 @@ OMBREL_API DecimateAgent* DecimateFact(Buffer* src, Buffer* dst, Rect r, PixelSt
 OMBREL_API DecimateAgent* DecimateFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, PixelStep step);
 OMBREL_API DecimateAgent* DecimateFact(Buffer* src, Buffer* dst, int left, int top, int right, int bottom,
                                        PixelStep step);
+///@}
 
 }  // namespace ombrel

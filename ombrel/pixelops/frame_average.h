@@ -42,13 +42,19 @@ namespace ombrel {
 /// Go() status when the accumulator or a frame copy cannot be allocated.
 constexpr int kFrameAverageNoMemory = -1;
 
+/// Running average of the last N frames of the source region into the destination (rule in
+/// frame_average.h): each Go adds one frame. Made by FrameAverageFact.
 class OMBREL_API FrameAverageAgent : public Agent {
   public:
-    FrameAverageAgent(Buffer* src, Buffer* dst, int N);  ///< the whole source image
+    ///@{
+    /// A window of `N` frames into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at `p`.
+    FrameAverageAgent(Buffer* src, Buffer* dst, int N);
     FrameAverageAgent(Buffer* src, Buffer* dst, int N, Rect r);
     FrameAverageAgent(Buffer* src, Buffer* dst, int N, Point p, const ROI& roi);
+    ///@}
     FrameAverageAgent(const FrameAverageAgent&) = delete;
     FrameAverageAgent& operator=(const FrameAverageAgent&) = delete;
+    /// Deletes the queued frames and the accumulator.
     ~FrameAverageAgent() override;
 
     using Agent::Setup;
@@ -56,10 +62,14 @@ class OMBREL_API FrameAverageAgent : public Agent {
     void Setup(Buffer* dst, int N);
     /// Starts a new window: the accumulator is dropped and the queued frames are deleted.
     void Cleanup();
+    /// Replaces the destination.
     void SetDestinationBuffer(Buffer* dst) { _dstBuf = dst; }
+    /// The destination (not owned).
     Buffer* DstBuf() const { return _dstBuf; }
 
+    /// Frames in the window now.
     int GetQLength() const { return static_cast<int>(_queue.size()); }
+    /// The window size N.
     int GetMaxQLength() const { return _windowSize; }
     /// How long the last Go took, in milliseconds (copy, accumulation and output together); 0 before the
     /// first. A frame rate the agent can keep up with is 1000 / GetPerformance().
@@ -84,9 +94,11 @@ class OMBREL_API FrameAverageAgent : public Agent {
 /// The software implementation runs the base class's Go.
 class OMBREL_API swFrameAverageAgent : public FrameAverageAgent {
   public:
+    /// The constructors of FrameAverageAgent.
     using FrameAverageAgent::FrameAverageAgent;
 };
 
+///@{
 /// The software agent when the source is a host buffer and the destination one the library owns
 /// (HOST_BUFFER); null for board buffers (no back end yet), a mix, a wrapped destination or no memory.
 /// Reports "src && dst" and, with both, the region check of module "lfframeaverage".
@@ -95,5 +107,6 @@ OMBREL_API FrameAverageAgent* FrameAverageFact(Buffer* src, Buffer* dst, int N, 
 OMBREL_API FrameAverageAgent* FrameAverageFact(Buffer* src, Buffer* dst, int N, Point p, const ROI& roi);
 OMBREL_API FrameAverageAgent* FrameAverageFact(Buffer* src, Buffer* dst, int N, int left, int top, int right,
                                                int bottom);
+///@}
 
 }  // namespace ombrel

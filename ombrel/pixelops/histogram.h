@@ -46,29 +46,47 @@ enum HistRes : int32_t {
 /// Error word of an agent whose vector could not be sized (out of memory).
 constexpr int32_t kHistogramNoMemory = -1;
 
+/// Histogram of an 8-bit region into the caller's vector, with the count, sum, mean, deviation and median
+/// defined in histogram.h (the mean is an integer quotient and zeros are left out of the count: these are the
+/// operation's own figures, not numpy's). Made by HistogramFact.
 class OMBREL_API HistogramAgent : public Agent {
   public:
+    ///@{
     /// Each form resizes *results to exactly `res` elements (none for a non-positive count).
     HistogramAgent(Buffer* src, HistRes res, std::vector<int>* results);
     HistogramAgent(Buffer* src, Rect r, HistRes res, std::vector<int>* results);
     HistogramAgent(Buffer* src, Point p, const ROI& roi, HistRes res, std::vector<int>* results);
+    ///@}
     ~HistogramAgent() override = default;
 
+    /// Number of bins.
     int Resolution() const { return _resolution; }
+    /// The caller's bin vector.
     std::vector<int>* Results() const { return _results; }
+    /// Non-zero pixels of the last run.
     int PixelCount() const { return _pixelCount; }
+    /// Sum of the pixels of the last run (signed bytes in signed mode).
     int PixelSum() const { return _pixelSum; }
+    /// pixelSum / pixelCount in integer division, as a double (0 when no pixel counted).
     double Mean() const { return _mean; }
+    /// The deviation of the bin centres about Mean(), over pixelCount - 1 (infinite for one counted pixel).
     double StdDev() const { return _stdDev; }
+    /// The centre of the bin after the last one still below half the count.
     double Median() const { return _median; }
+    /// Added to every bin index.
     int BinOffset() const { return _binOffset; }
+    /// Whether PixelSum reads signed bytes.
     bool Signed() const { return _signed; }
+    /// 0, or kHistogramNoMemory when the vector could not be sized.
     int GetError() const { return _error; }
 
+    /// Sets the bin offset (clamped to -256..255 when run).
     void SetBinOffset(int offset) { _binOffset = offset; }
+    /// Signed mode (see the contract).
     void SetSigned(bool on) { _signed = on; }
 
   protected:
+    /// Zeroes the figures before a run.
     void ResetStatistics();
 
     int32_t _resolution = 0;
@@ -87,11 +105,15 @@ class OMBREL_API HistogramAgent : public Agent {
     void SizeResults();
 };
 
+/// The software histogram agent (host buffers).
 class OMBREL_API swHistogramAgent : public HistogramAgent {
   public:
+    ///@{
+    /// As HistogramAgent's constructors.
     swHistogramAgent(Buffer* src, HistRes res, std::vector<int>* results);
     swHistogramAgent(Buffer* src, Rect r, HistRes res, std::vector<int>* results);
     swHistogramAgent(Buffer* src, Point p, const ROI& roi, HistRes res, std::vector<int>* results);
+    ///@}
     /// Returns the error word when it is set (and does nothing), else runs and returns 0.
     int Go() override;
 
@@ -101,6 +123,7 @@ class OMBREL_API swHistogramAgent : public HistogramAgent {
     void ComputeStatistics();
 };
 
+///@{
 /// The software agent for a source the library owns (HOST_BUFFER); null for a wrapped or board source (no
 /// board back end yet) or when memory runs out. Reports "aBuf && aHistogram" (lfhisto) and goes on.
 OMBREL_API HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, std::vector<int>* aHistogram);
@@ -109,5 +132,6 @@ OMBREL_API HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, Point p, con
                                          std::vector<int>* aHistogram);
 OMBREL_API HistogramAgent* HistogramFact(Buffer* aBuf, HistRes res, int left, int top, int right, int bottom,
                                          std::vector<int>* aHistogram);
+///@}
 
 }  // namespace ombrel

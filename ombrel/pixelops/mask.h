@@ -35,13 +35,21 @@ namespace ombrel {
 /// apart, starting at `base`, to the low byte of `value`. Does nothing for a null base or a non-positive size.
 OMBREL_API void fillWithValue(uint8_t* base, int width, int height, int value, int pitch);
 
+/// Copies the source pixels under the region's mask into a cleared destination, combined by one operation
+/// (rule in mask.h). Made by MaskFact.
 class OMBREL_API MaskAgent : public Agent {
   public:
+    ///@{
     /// Band 1..255: with MASK_BAND every non-zero source pixel under the mask becomes 1.
+    /// The region `roi` placed at `p` on `src`, written to `dst` from (0, 0) with operation `op` (a MaskOp); the band
+    /// `low`..`high` serves MASK_BAND (default 1..255).
     MaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
     MaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high, unsigned op);
+    ///@}
     ~MaskAgent() override = default;
 
+    ///@{
+    /// The band, the operation code and the destination, as set.
     int BandLow() const { return _bandLow; }
     int BandHigh() const { return _bandHigh; }
     unsigned OpCode() const { return _opCode; }
@@ -52,6 +60,7 @@ class OMBREL_API MaskAgent : public Agent {
         _bandHigh = high;
     }
     void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
+    ///@}
 
   protected:
     int32_t _bandLow = 1;
@@ -60,20 +69,28 @@ class OMBREL_API MaskAgent : public Agent {
     Buffer* _dstBuf = nullptr;  ///< not owned
 };
 
+/// The software mask agent (host buffers).
 class OMBREL_API swMaskAgent : public MaskAgent {
   public:
+    ///@{
+    /// As MaskAgent's constructors.
     swMaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
     swMaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high, unsigned op);
+    ///@}
     int Go() override;
 };
 
+///@{
 /// The software agent when both buffers are host buffers and the destination is one the library owns
 /// (HOST_BUFFER); null for board buffers (no back end yet), a mix, a wrapped destination or no memory.
+/// The software mask agent for host buffers; null for board buffers (no back end in this build) or a mix. The
+/// last form takes the band and copies with MASK_COPY.
 OMBREL_API MaskAgent* MaskFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
 OMBREL_API MaskAgent* MaskFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high,
                                unsigned op);
 /// Origin given as two ints and the region by pointer; the two trailing ints are the band, and the operation
 /// is MASK_BAND, the one the band belongs to. A null region counts as an empty one.
 OMBREL_API MaskAgent* MaskFact(Buffer* src, Buffer* dst, int x, int y, ROI* roi, int low, int high);
+///@}
 
 }  // namespace ombrel

@@ -47,22 +47,33 @@ namespace ombrel {
 /// HORIZONTAL (0): one sum per column of the region; VERTICAL (1): one sum per row.
 enum ProjectType : int32_t { HORIZONTAL = 0, VERTICAL = 1 };
 
+/// Projection: the normalised sums of the region's columns or rows, written to a row of the destination (rule
+/// in project.h). Made by ProjectFact.
 class OMBREL_API ProjectAgent : public Agent {
   public:
-    ProjectAgent(Buffer* src, Buffer* dst, ProjectType type);  ///< the whole source image
+    ///@{
+    /// Projection of `type` into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at `p`.
+    ProjectAgent(Buffer* src, Buffer* dst, ProjectType type);
     ProjectAgent(Buffer* src, Buffer* dst, Rect r, ProjectType type);
     ProjectAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, ProjectType type);
+    ///@}
     ~ProjectAgent() override = default;
 
     /// Zones of `size` pixels every `space` pixels along each column (row). A size below 5 or a negative
     /// spacing prints a note and turns zones off; the spacing is stored as given in every case.
     void SetZoneSizeSpace(int size, int space);
 
+    /// The destination (not owned).
     Buffer* DstBuf() const { return _dstBuf; }
+    /// Columns (HORIZONTAL) or rows (VERTICAL).
     ProjectType Type() const { return _type; }
+    /// The destination row written.
     int DstRow() const { return _dstRow; }
+    ///@{
+    /// Zone size and spacing as set by SetZoneSizeSpace.
     int ZoneSize() const { return _zoneSize; }
     int ZoneSpace() const { return _zoneSpace; }
+    ///@}
     /// The normalising shift of the last Go (see the contract above).
     int Shift() const { return _shift; }
 
@@ -71,6 +82,7 @@ class OMBREL_API ProjectAgent : public Agent {
     void DoAssertions() const;
     /// The number of pixels in one sum and the shift it gives.
     int PixelsPerSum() const;
+    /// Bits needed to hold `n`.
     static int BitLength(int64_t n);
 
     Buffer* _dstBuf = nullptr;  ///< not owned
@@ -82,10 +94,14 @@ class OMBREL_API ProjectAgent : public Agent {
     int32_t _zoneSpace = 0;
 };
 
+/// The software projection agent (host buffers).
 class OMBREL_API swProjectAgent : public ProjectAgent {
   public:
+    ///@{
+    /// As ProjectAgent's constructors.
     swProjectAgent(Buffer* src, Buffer* dst, Rect r, ProjectType type);
     swProjectAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, ProjectType type);
+    ///@}
     int Go() override;
 
   private:
@@ -93,6 +109,7 @@ class OMBREL_API swProjectAgent : public ProjectAgent {
     void ProjectRows();
 };
 
+///@{
 /// The software agent when the source is a buffer the library owns (HOST_BUFFER) and the destination any
 /// host buffer; null for board buffers (no back end yet), a mix, or no memory. Reports "src && dst"
 /// (module "lfproject") when either is missing.
@@ -101,5 +118,6 @@ OMBREL_API ProjectAgent* ProjectFact(Buffer* src, Buffer* dst, Rect r, ProjectTy
 OMBREL_API ProjectAgent* ProjectFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, ProjectType type);
 OMBREL_API ProjectAgent* ProjectFact(Buffer* src, Buffer* dst, int left, int top, int right, int bottom,
                                      ProjectType type);
+///@}
 
 }  // namespace ombrel

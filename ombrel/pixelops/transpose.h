@@ -30,6 +30,7 @@
 
 namespace ombrel {
 
+/// Quarter turns, half turn and flips.
 enum TransOpType : int32_t {
     TRANSPOSE_ROT90_CCW = 0,
     TRANSPOSE_ROT90_CW = 1,
@@ -38,16 +39,25 @@ enum TransOpType : int32_t {
     TRANSPOSE_FLIP_LR = 4
 };
 
+/// Rotation by quarter turns and flips of the source region into the destination (rule in transpose.h). Made
+/// by TransposeFact.
 class OMBREL_API TransposeAgent : public Agent {
   public:
-    TransposeAgent(Buffer* src, Buffer* dst, TransOpType op);  ///< the whole source image
+    ///@{
+    /// Operation `op` into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at `p`.
+    TransposeAgent(Buffer* src, Buffer* dst, TransOpType op);
     TransposeAgent(Buffer* src, Buffer* dst, Rect r, TransOpType op);
     TransposeAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, TransOpType op);
+    ///@}
     ~TransposeAgent() override = default;
 
+    /// The operation.
     TransOpType Op() const { return _op; }
+    /// Sets the operation.
     void SetOp(TransOpType op) { _op = op; }
+    /// The destination (not owned).
     Buffer* DstBuf() const { return _dstBuf; }
+    /// Replaces the destination.
     void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
 
   protected:
@@ -55,8 +65,10 @@ class OMBREL_API TransposeAgent : public Agent {
     Buffer* _dstBuf = nullptr;  ///< not owned
 };
 
+/// The software transpose agent (host buffers).
 class OMBREL_API swTransposeAgent : public TransposeAgent {
   public:
+    /// The constructors of TransposeAgent.
     using TransposeAgent::TransposeAgent;
     int Go() override;
 
@@ -65,11 +77,13 @@ class OMBREL_API swTransposeAgent : public TransposeAgent {
     void RowByRow(int64_t c0, int64_t c1, int64_t r0, int64_t r1) const;
 };
 
+///@{
 /// The software agent when the source is a host buffer and the destination one the library owns
 /// (HOST_BUFFER); null for board buffers (no back end yet), a mix, a wrapped destination or no memory. The
 /// factories make no assertions of their own.
 OMBREL_API TransposeAgent* TransposeFact(Buffer* src, Buffer* dst, TransOpType op);
 OMBREL_API TransposeAgent* TransposeFact(Buffer* src, Buffer* dst, Rect r, TransOpType op);
 OMBREL_API TransposeAgent* TransposeFact(Buffer* src, Buffer* dst, Point p, const ROI& roi, TransOpType op);
+///@}
 
 }  // namespace ombrel
