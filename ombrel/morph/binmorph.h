@@ -77,6 +77,7 @@ constexpr int kBinMorphTempBase = -3500;
 ///   16 TFP          ctr and n <= 7                   17 FillPinholes  ctr; or ctr clear and n = 8
 class OMBREL_API BinMorphOperator {
   public:
+    /// The table of predefined operation `code` (0..17; others set error 3001).
     explicit BinMorphOperator(BinMorphOpCode code);
     /// Copies 16 words as the table; a null pointer gives an operator without a table (error 3001).
     explicit BinMorphOperator(const unsigned int* lut);
@@ -87,6 +88,7 @@ class OMBREL_API BinMorphOperator {
     /// leaves the operator without a table.
     void BuildLut(int code);
 
+    /// 0, or kBinMorphUnknownOp when the operator has no table.
     int GetError() const { return _error; }
     /// The table in use: 16 words, or null when the error is set.
     const uint32_t* Lut() const { return _lutInUse; }
@@ -107,17 +109,26 @@ OMBREL_API const uint8_t* GrowNoMergeLut();
 /// The entry for a 9-bit code.
 OMBREL_API int GrowNoMergeEntry(int code);
 
+/// Binary morphology: each pass replaces every pixel by its operator's table bit for the pixel's 3 x 3
+/// neighbourhood code, `iterations` passes in a row (rules in binmorph.h). Made by BinMorphFact.
 class OMBREL_API BinMorphAgent : public Agent {
   public:
+    ///@{
+    /// Operator `op` applied `iterations` times from `src` into `dst`, with `border` for pixels outside, over the
+    /// whole source, the rectangle `r`, or `roi` placed at `p`.
     BinMorphAgent(Buffer* src, Buffer* dst, BMBORDER border, BinMorphOperator* op, int iterations);
     BinMorphAgent(Buffer* src, Buffer* dst, Rect r, BMBORDER border, BinMorphOperator* op, int iterations);
     BinMorphAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, BMBORDER border, BinMorphOperator* op,
                   int iterations);
+    ///@}
     ~BinMorphAgent() override = default;
 
     int Go() override;
+    /// Runs with operator `op` instead of the one set (Go() runs with the one set).
     virtual int Go(BinMorphOperator* op) = 0;
 
+    ///@{
+    /// The destination, border mode, operator and pass count, as set.
     void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
     void SetBorder(BMBORDER border) { _border = border; }
     void SetOperator(BinMorphOperator* op) { _op = op; }
@@ -127,11 +138,14 @@ class OMBREL_API BinMorphAgent : public Agent {
     BMBORDER Border() const { return _border; }
     BinMorphOperator* Operator() const { return _op; }
     int Iterations() const { return _iterations; }
+    ///@}
     /// Set pixels written by the last pass of the last Go.
     int SetPixelCount() const { return _count; }
+    /// SetPixelCount() of the run before the last.
     int PreviousCount() const { return _previousCount; }
     /// 1 when the last Go's count differed from the previous run's, else 0.
     int Changed() const { return _changed; }
+    /// Status of the temporary buffer of the last Go (0, or the buffer's error).
     int TempBufferStatus() const { return _tempStatus; }
 
   protected:
@@ -145,6 +159,7 @@ class OMBREL_API BinMorphAgent : public Agent {
     int32_t _tempStatus = 0;
 };
 
+/// The software binary-morphology agent (host buffers).
 class OMBREL_API swBinMorphAgent : public BinMorphAgent {
   public:
     /// The constructors of BinMorphAgent.
@@ -153,6 +168,7 @@ class OMBREL_API swBinMorphAgent : public BinMorphAgent {
     int Go(BinMorphOperator* op) override;
 };
 
+///@{
 /// Factories. "(src->Width() == dst->Width()) && (src->Height() == dst->Height())" is asserted (module
 /// lfbinmorph) and different sizes (or a missing buffer) give null. A host source (either host type) with a
 /// destination the library owns (HOST_BUFFER) gives the software agent; board buffers give null in this build
@@ -165,5 +181,6 @@ OMBREL_API BinMorphAgent* BinMorphFact(Buffer* src, Buffer* dst, Point p, const 
                                        BinMorphOperator* op, int iterations);
 OMBREL_API BinMorphAgent* BinMorphFact(Buffer* src, Buffer* dst, int left, int top, int right, int bottom,
                                        BMBORDER border, BinMorphOperator* op, int iterations);
+///@}
 
 }  // namespace ombrel

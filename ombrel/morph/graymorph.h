@@ -49,15 +49,21 @@ namespace ombrel {
 class os_bstream;
 class os_class;
 
+///@{
 /// Go() statuses.
 constexpr int kGrayMorphUnknownOp = 4001;
 constexpr int kGrayMorphNoMemory = 4003;
 constexpr int kGrayMorphNoMembers = -3996;
+///@}
 
+///@{
 /// Largest element side and cell count an element accepts.
 constexpr int kGrayMorphMaxSide = 4096;
 constexpr int64_t kGrayMorphMaxCells = int64_t{1} << 22;
+///@}
 
+/// A grey structuring element: width x height weights (0 leaves the cell out, anything else keeps it) and a
+/// hot spot. Persistent through the object stream as "(GrayMorphElem*)".
 class OMBREL_API GrayMorphElem {
   public:
     /// 3 x 3, hot spot (1, 1), all nine weights 255.
@@ -76,29 +82,43 @@ class OMBREL_API GrayMorphElem {
 
     /// Persistence hooks of the object stream: the registered type name and the object's address.
     virtual const char* get_class() const { return "(GrayMorphElem*)"; }
+    /// The object's address, which identifies it in a stream.
     virtual const void* get_address() const { return this; }
     /// Bytes the element occupies: the object, its weights and its tile masks.
     size_t SizeOf() const;
 
+    ///@{
     /// Resizing keeps the weights of cells that exist in both sizes and gives new cells 255; false (nothing
     /// changed) for a size below 1, above the limits, or a failed allocation. A hot spot left outside moves to
     /// the nearest cell.
     bool SetElementWidth(int width);
     bool SetElementHeight(int height);
     bool SetElementDims(int width, int height);
+    ///@}
     /// False, nothing changed, for a cell outside the element.
     bool SetElementHotSpot(int x, int y);
+    ///@{
+    /// Sets one weight, by index (row-major) or by cell; false, nothing changed, for a cell outside.
     bool SetElementWeight(int index, unsigned char weight);
     bool SetElementWeight(int x, int y, unsigned char weight);
+    ///@}
+    ///@{
     /// 0 for a cell outside the element.
     unsigned char GetElementWeight(int index) const;
     unsigned char GetElementWeight(int x, int y) const;
+    ///@}
+    ///@{
+    /// Size and hot spot.
     int GetElementWidth() const { return _width; }
     int GetElementHeight() const { return _height; }
     int GetElementHotX() const { return _hotX; }
     int GetElementHotY() const { return _hotY; }
+    ///@}
+    /// The weights, row-major (null without weights).
     const unsigned char* Weights() const { return _weights.data(); }
+    /// False for an element built from bad arguments.
     bool HasWeights() const { return !_weights.empty(); }
+    /// Cells with a non-zero weight.
     int Members() const;
 
     /// The element cut into 3 x 3 tiles, left to right and top to bottom, each with a 9-bit membership mask
@@ -108,9 +128,11 @@ class OMBREL_API GrayMorphElem {
     /// 0 for an index outside the tiles.
     unsigned GetMaskByIndex(int index) const;
 
+    ///@{
     /// Set by construction and every change; whoever caches the element's tiles clears it.
     bool ElementsUpdated() const { return _updated; }
     void SetElementsUpdated(bool updated) { _updated = updated; }
+    ///@}
 
   private:
     bool Resize(int width, int height);
@@ -139,20 +161,28 @@ class OMBREL_API GrayMorphElem {
 /// lsgraymorph) and leaves the element unread.
 OMBREL_API const os_class& StreamClassOf(const GrayMorphElem*);
 
+/// Grey morphology with a structuring element: minimum (erosion) or maximum (dilation) over the element's
+/// members, and the operations built from them, `iterations` times (rules in graymorph.h). Made by GrayMorphFact.
 class OMBREL_API GrayMorphAgent : public Agent {
   public:
+    ///@{
+    /// Operation `op` with element `elem`, `iterations` times, from `src` into `dst` from (0, 0), over the whole
+    /// source, the rectangle `r`, or `roi` placed at `p`.
     GrayMorphAgent(Buffer* src, Buffer* dst, GRAYMORPHOP op, GMPOLARITY polarity, int iterations,
                    GrayMorphElem* elem);
     GrayMorphAgent(Buffer* src, Buffer* dst, Rect r, GRAYMORPHOP op, GMPOLARITY polarity, int iterations,
                    GrayMorphElem* elem);
     GrayMorphAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, GRAYMORPHOP op, GMPOLARITY polarity,
                    int iterations, GrayMorphElem* elem);
+    ///@}
     ~GrayMorphAgent() override = default;
 
     int Go() override { return Go(nullptr); }
     /// Each filter pass writes one line to `trace` (when not null): mode, rectangle, element and iterations.
     virtual int Go(FILE* trace) = 0;
 
+    ///@{
+    /// The destination, operation, polarity, iteration count and element, as set.
     void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
     void SetOperation(GRAYMORPHOP op) { _op = op; }
     void SetPolarity(GMPOLARITY polarity) { _polarity = polarity; }
@@ -163,6 +193,8 @@ class OMBREL_API GrayMorphAgent : public Agent {
     GMPOLARITY Polarity() const { return _polarity; }
     int Iterations() const { return _iterations; }
     GrayMorphElem* Element() const { return _elem; }
+    ///@}
+    /// Status of the last Go.
     int GetStatus() const { return _status; }
 
   protected:
@@ -174,6 +206,7 @@ class OMBREL_API GrayMorphAgent : public Agent {
     int32_t _status = 0;
 };
 
+/// The software grey-morphology agent (host buffers).
 class OMBREL_API swGrayMorphAgent : public GrayMorphAgent {
   public:
     using GrayMorphAgent::Go;
@@ -188,6 +221,7 @@ class OMBREL_API swGrayMorphAgent : public GrayMorphAgent {
     static void ImageSubtract(Buffer* a, Buffer* b, const ROI* roi, const Point* p);
 };
 
+///@{
 /// Factories: "!((src->Width() != dst->Width()) || (src->Height() != dst->Height()))" is asserted (module
 /// lfmorph) and the factory goes on (the agent clips its work to both buffers). Host buffers (either type)
 /// give the software agent; board buffers give null in this build (no board back end), a mix null.
@@ -200,5 +234,6 @@ OMBREL_API GrayMorphAgent* GrayMorphFact(Buffer* src, Buffer* dst, Point p, cons
 OMBREL_API GrayMorphAgent* GrayMorphFact(Buffer* src, Buffer* dst, int left, int top, int right, int bottom,
                                          GRAYMORPHOP op, GMPOLARITY polarity, int iterations,
                                          GrayMorphElem* elem);
+///@}
 
 }  // namespace ombrel

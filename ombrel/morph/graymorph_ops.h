@@ -7,6 +7,8 @@
 
 namespace ombrel {
 
+/// Grey morphology operations: erosion, dilation, opening, closing, gradient (dilation - erosion), top hat
+/// (source - opening) and well (closing - source); the rules are in graymorph.h.
 enum GRAYMORPHOP : int32_t {
     GRAYMORPH_ERODE = 0,
     GRAYMORPH_DILATE = 1,

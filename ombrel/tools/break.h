@@ -46,19 +46,28 @@
 
 namespace ombrel {
 
+/// Status base of a strip buffer without memory (see the statuses above).
 constexpr int kBreakStripBase = -22500;
+/// Status base of an intermediate buffer without memory (see the statuses above).
 constexpr int kBreakBufferBase = -23500;
 /// PreGo or Go found a buffer or agent missing (after its assertion).
 constexpr int kBreakMissing = -23400;
 
+/// Break detection on binary images against a template, as the pipeline in break.h describes; the breaks
+/// found are the set pixels of Breaks() after Go. Constructed directly (there is no factory).
 class OMBREL_API BreakAgent : public Agent {
   public:
+    ///@{
+    /// Image `image` (the agent's source) against `theTemplate` and `dilatedImage`, with `border` for the
+    /// morphology passes, `iterations` passes (0: converging mode) and `xorMode` (1: exclusive-or, 0:
+    /// binarize-and-mask), over the whole image, the rectangle `r`, or `roi` placed at `p`.
     BreakAgent(Buffer* image, Buffer* theTemplate, Buffer* dilatedImage, BMBORDER border, int iterations,
                int xorMode);
     BreakAgent(Buffer* image, Buffer* theTemplate, Buffer* dilatedImage, Rect r, BMBORDER border,
                int iterations, int xorMode);
     BreakAgent(Buffer* image, Buffer* theTemplate, Buffer* dilatedImage, Point p, const ROI& roi,
                BMBORDER border, int iterations, int xorMode);
+    ///@}
     /// Film-strip mode; asserts "(image->size() == theTemplate->size()) && (theTemplate->size() ==
     /// DilatedImage->size())" (module break).
     BreakAgent(std::vector<Buffer*>* images, std::vector<Buffer*>* templates, std::vector<Buffer*>* dilated,
@@ -70,16 +79,22 @@ class OMBREL_API BreakAgent : public Agent {
     int PreGo(bool rebuild = false);
     /// Runs PreGo first when it has not run.
     int Go() override;
+    /// The converging mode's refinement (see above); 0 when not converging.
     int PostGo();
 
+    /// True when the iteration count is 0.
     bool Converging() const { return _iterations == 0; }
+    /// True once PreGo has built the pipeline.
     bool Built() const { return _built; }
+    ///@{
     /// The intermediate buffers and sub-agents by their names ("CTsame", "work0", "breaks", "savebuf",
     /// "arith3a", "bmaTFP", "bmopETPTL", ...); null when absent.
     Buffer* GetBuffer(const std::string& name) const;
     ArithAgent* GetArith(const std::string& name) const;
     BinMorphAgent* GetMorph(const std::string& name) const;
     BinMorphOperator* GetOperator(const std::string& name) const;
+    ///@}
+    /// The buffer whose set pixels are the breaks (8-bit, bit value 1).
     Buffer* Breaks() const { return GetBuffer("breaks"); }
     /// Film strip: set pixels of `breaks` per frame after Go.
     const std::vector<int>& FrameCounts() const { return _counts; }
