@@ -47,6 +47,9 @@ namespace blobrle {
 struct Band;  ///< the row coder's band (blob_rle.h, internal)
 }
 
+/// Blob analysis of an 8-bit region into a BlobResult (segmentation rules in blob_agent.h, features in
+/// blob_record.h). Made by BlobFact. Some features need an option or filter bit before Go: SetOptions adds the
+/// boundary (BLOB_OPT_BOUNDARY) that the perimeter needs, and the grey mean needs BLOB_FILTER_GREY.
 class OMBREL_API BlobAgent : public Agent {
   public:
     /// Sets the defaults: thresholds as given, steps 1, area limits 1 and 2147483647, filter flags 16,
@@ -54,52 +57,80 @@ class OMBREL_API BlobAgent : public Agent {
     void Init(BlobResult* res, int lowThr, int highThr);
     /// Attaches a result and records in it the region's origin, its pixel count and the option word.
     void SetResult(BlobResult* res);
+    /// The attached result (not owned).
     BlobResult* Result() const { return _pres; }
 
+    /// The band of object pixels, low <= v <= high.
     void SetThresholds(int low, int high) {
         _lowThr = low;
         _highThr = high;
     }
+    ///@{
+    /// The band.
     int LowThreshold() const { return _lowThr; }
     int HighThreshold() const { return _highThr; }
+    ///@}
+    /// Sampling steps along and across rows (see above); 1 and 1 give an exact result.
     void SetStep(int stepX, int stepY) {
         _StepX = stepX;
         _StepY = stepY;
     }
+    ///@{
+    /// The sampling steps.
     int StepX() const { return _StepX; }
     int StepY() const { return _StepY; }
+    ///@}
+    /// Regions whose filled area (area with BLOB_FILTER_PLAIN_AREA) is below `minArea` or above `maxArea` are deleted.
     void SetAreaLimits(int minArea, int maxArea) {
         _minArea = minArea;
         _maxArea = maxArea;
     }
+    ///@{
+    /// The area limits.
     int MinArea() const { return _minArea; }
     int MaxArea() const { return _maxArea; }
+    ///@}
+    /// Replaces the whole filter word with `flags` (BLOB_FILTER_*): it does not add to the default
+    /// BLOB_FILTER_BORDER_CHILDREN, so OR that in to keep it.
     void SetFilterFlags(int flags) { _filterFlags = flags; }
+    /// The filter word.
     int FilterFlags() const { return _filterFlags; }
     /// The option word goes into the result at SetResult and at every Go.
     void SetOptions(int options) { _options = options; }
+    /// The option word.
     int Options() const { return _options; }
     /// 0: only the largest top-level region survives (ties go to the later one).
     void SetKeepFlag(bool keep) { _keepFlag = keep ? 1 : 0; }
+    /// The keep flag.
     bool KeepFlag() const { return _keepFlag != 0; }
 
+    ///@{
     /// Board limits; stored only.
     virtual void SetMaxStride(int stride) { _maxStride = stride; }
     virtual void SetMaxSegments(int segments) { _maxSegments = segments; }
+    ///@}
+    ///@{
+    /// The stored board limits.
     int MaxStride() const { return _maxStride; }
     int MaxSegments() const { return _maxSegments; }
+    ///@}
 
     int Go() override = 0;
 
   protected:
+    ///@{
+    /// For subclasses: see Init for the defaults.
     BlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr);
     BlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int highThr);
     BlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
+    ///@}
 
+    /// Prepares a run (result attached, option word recorded); a negative status stops Go.
     virtual int PreGo();
     /// Labels the survivors and builds the result list.
     virtual int PostGo();
 
+    ///@{
     /// Record operations of the segmentation.
     void delblob(Blob*& blob, bool withChildren);
     void mergeBlobs(Blob* survivor, Blob* other);
@@ -109,6 +140,7 @@ class OMBREL_API BlobAgent : public Agent {
     static void MoveChildren(Blob* from, Blob* to);
     static void UnlinkChild(Blob* blob, Blob*& parentChild, Blob*& parentLast);
     void TraceReferrers(const Blob* blob);
+    ///@}
 
     int _lowThr = 0;  ///< a bad band (reported by the factory) selects no pixel
     int _highThr = 255;
@@ -132,11 +164,16 @@ class OMBREL_API BlobAgent : public Agent {
     void Fail(int32_t status);
 };
 
+/// The software blob agent (host buffers).
 class OMBREL_API swBlobAgent : public BlobAgent {
   public:
+    ///@{
+    /// The region: the whole source, the rectangle `r`, or `roi` placed at `p`; object pixels are
+    /// `lowThr` <= v <= `highThr`; regions go into `res`.
     swBlobAgent(Buffer* src, BlobResult* res, int lowThr, int highThr);
     swBlobAgent(Buffer* src, Rect r, BlobResult* res, int lowThr, int highThr);
     swBlobAgent(Buffer* src, Point p, const ROI& roi, BlobResult* res, int lowThr, int highThr);
+    ///@}
     ~swBlobAgent() override;
 
     int Go() override;
@@ -203,6 +240,7 @@ class OMBREL_API swBlobAgent : public BlobAgent {
     bool _masked = false;
 };
 
+///@{
 /// Blob agent over the whole image, a rectangle, an origin and region, or four ints (left, top, right,
 /// bottom). Reports "(src != NULL) && (res != NULL) && (highThr >= lowThr) && (lowThr >= 0) && (highThr <=
 /// 255)" (module lfblob) and still chooses by the source type: host -> swBlobAgent, board or null -> null.
@@ -212,5 +250,6 @@ OMBREL_API BlobAgent* BlobFact(Buffer* src, const Point& p, const ROI& roi, Blob
                                int highThr);
 OMBREL_API BlobAgent* BlobFact(Buffer* src, int left, int top, int right, int bottom, BlobResult* res,
                                int lowThr, int highThr);
+///@}
 
 }  // namespace ombrel

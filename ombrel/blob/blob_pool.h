@@ -20,11 +20,15 @@
 
 namespace ombrel {
 
+/// Elements in one pool chunk.
 inline constexpr int kBlobPoolChunkElements = 32;
 inline constexpr int kBlobDefaultMaxPoolSize = 512;  ///< chunks
+/// Debug-window message class of "Image Too Complex -- Change Threshold".
 inline constexpr uint32_t kImageTooComplexMessageClass = 0x10004;
 
+/// Go() and BlobResult::Error() statuses.
 enum BlobStatus : int32_t {
+    /// success
     BLOB_OK = 0,
     BLOB_ERR_TOO_COMPLEX = -1003,  ///< a pool reached its chunk limit
     BLOB_ERR_NO_MEMORY = -1505,    ///< a chunk could not be allocated
@@ -34,6 +38,7 @@ enum BlobStatus : int32_t {
 /// Process-wide chunk limit of every blob pool: max(512, 3n/32) when 3n/32 > 0 (integer arithmetic),
 /// otherwise unchanged; at most 2^28 chunks. Read when a BlobResult is constructed.
 OMBREL_API void SetBlobMaxPoolSize(int n);
+/// The process-wide chunk limit now in force (default 512).
 OMBREL_API int GetBlobMaxPoolSize();
 
 /// Reports the pool failure texts (debug window for the too-complex case). Shared by every pool type, and
@@ -41,8 +46,10 @@ OMBREL_API int GetBlobMaxPoolSize();
 OMBREL_API void ReportBlobPoolFailure(int32_t status);
 
 template <class T>
+/// A pool of elements of T in chunks of kBlobPoolChunkElements, limited to a number of chunks, with a free list.
 class StoragePool {
   public:
+    /// An empty pool limited to `maxChunks` chunks (at least 1).
     explicit StoragePool(int maxChunks) { SetLimit(maxChunks); }
     ~StoragePool() {
         for (T* chunk : _chunks) ::operator delete[](chunk, kAlign, std::nothrow);
@@ -55,6 +62,7 @@ class StoragePool {
         _maxChunks = maxChunks < 1 ? 1 : maxChunks;
         _freeLimit = static_cast<size_t>(_maxChunks) * 8;
     }
+    /// The chunk limit.
     int Limit() const { return _maxChunks; }
 
     /// A default-constructed element, or null with Error() set (the failure is reported once per pool run).
@@ -83,10 +91,11 @@ class StoragePool {
         return chunk < _chunks.size() ? _chunks[chunk] + index : nullptr;
     }
 
+    /// Gives `element` back (destroyed; its slot goes to the free list while that has room). Null is ignored.
     void Free(T* element) {
         if (element == nullptr) return;
-        /// Records are freed right after being marked dead (_inUse, merged-away bits) and are read again by
-        /// the result list; ending a trivial object's lifetime here would let the optimiser drop those marks.
+        // Records are freed right after being marked dead (_inUse, merged-away bits) and are read again by
+        // the result list; ending a trivial object's lifetime here would let the optimiser drop those marks.
         if constexpr (!std::is_trivially_destructible_v<T>) element->~T();
         --_live;
         if (_free.size() < _freeLimit) _free.push_back(element);
@@ -101,10 +110,13 @@ class StoragePool {
         _error = BLOB_OK;
     }
 
+    ///@{
+    /// The pool's status (BLOB_OK or a BlobStatus), chunks taken, live elements and free-list length.
     int32_t Error() const { return _error; }
     int Chunks() const { return static_cast<int>(_chunks.size()); }
     int Live() const { return _live; }
     size_t FreeListSize() const { return _free.size(); }
+    ///@}
 
     /// Calls fn(T&) for every element handed out since the last Reset, live or freed (callers tell them
     /// apart).
@@ -121,7 +133,7 @@ class StoragePool {
     static constexpr std::align_val_t kAlign{alignof(T)};
 
     T* FromNextChunk() {
-        /// The chunks a previous run used come back first; a new one is asked for only beyond them.
+        // The chunks a previous run used come back first; a new one is asked for only beyond them.
         if (_nextIndex >= kBlobPoolChunkElements && _nextChunk + 1 < _chunks.size() && !_chunks.empty()) {
             ++_nextChunk;
             _nextIndex = 1;
@@ -166,12 +178,15 @@ class StoragePool {
 /// Only the memory of a chunk is not taken (nothing would use it), so it cannot fail for lack of memory.
 class CountedPool {
   public:
+    /// An empty pool limited to `maxChunks` chunks (at least 1).
     explicit CountedPool(int maxChunks) { SetLimit(maxChunks); }
 
+    /// The chunk limit; the free list holds at most 8 x this many entries.
     void SetLimit(int maxChunks) {
         _maxChunks = maxChunks < 1 ? 1 : maxChunks;
         _freeLimit = int64_t{_maxChunks} * 8;
     }
+    /// The chunk limit.
     int Limit() const { return _maxChunks; }
 
     /// StoragePool::Alloc: false with Error() set when no element is left.
@@ -191,6 +206,7 @@ class CountedPool {
         if (_free < _freeLimit) ++_free;
     }
 
+    /// Every entry becomes available again; the chunk count is kept; the error is cleared.
     void Reset() {
         _free = 0;
         _nextChunk = 0;
@@ -199,10 +215,13 @@ class CountedPool {
         _error = BLOB_OK;
     }
 
+    ///@{
+    /// The pool's status (BLOB_OK or a BlobStatus), chunks counted, live entries and free-list length.
     int32_t Error() const { return _error; }
     int Chunks() const { return _chunks; }
     int Live() const { return _live; }
     size_t FreeListSize() const { return static_cast<size_t>(_free); }
+    ///@}
 
   private:
     /// StoragePool::FromNextChunk, counting chunks instead of holding them.
@@ -238,6 +257,8 @@ template <class T>
 class RefStoragePool : public StoragePool<T> {
   public:
     using StoragePool<T>::StoragePool;
+    ///@{
+    /// Adds or removes one reference to `element`, and reads the count.
     static void AddRef(T* element) {
         if (element != nullptr) ++element->_refs;
     }
@@ -245,6 +266,7 @@ class RefStoragePool : public StoragePool<T> {
         if (element != nullptr && element->_refs > 0) --element->_refs;
     }
     static int32_t RefCount(const T* element) { return element == nullptr ? 0 : element->_refs; }
+    ///@}
 };
 
 }  // namespace ombrel

@@ -48,6 +48,7 @@ struct Matrix;
 
 inline constexpr int NUMFEAT = 65;  ///< features are numbered 1..64
 inline constexpr int NUMFROUT = 6;  ///< feature routines are numbered 1..5
+/// Boundary points one cell holds.
 inline constexpr int kBdryCellPoints = 23;
 
 /// Feature numbers for Blob::GetFeat. [n] marks features computed on first request by routine n.
@@ -151,16 +152,22 @@ enum BlobComputed : uint8_t {
 
 /// One boundary point: column x (a run end) on rows y0..y1 (a vertical stretch is kept as one point).
 struct BdryPoint {
+    /// column
     int16_t x = 0;
+    /// first row
     int16_t y0 = 0;
+    /// last row
     int16_t y1 = 0;
 };
 
 /// A cell of a boundary chain. A chain runs top to bottom along one side of a column of runs; at its top
 /// and bottom it is linked to the chain that closes the run there (bit value 1 of `flags`: closed).
 struct BdryCell {
+    /// the points, top to bottom
     BdryPoint pts[kBdryCellPoints];
+    /// points in use
     int16_t count = 0;
+    /// bit value 1: the chain is closed
     uint8_t flags = 0;
     BdryCell* next = nullptr;        ///< next cell down the chain
     BdryCell* first = nullptr;       ///< first cell of this chain (kept in every cell)
@@ -193,6 +200,7 @@ struct BlobFeatures {
 /// A second-moment sum kept as count x 2147483647 + remainder.
 struct OMBREL_API SplitSum {
     int32_t count = 0;  ///< overflow count
+    /// the part below 2147483647
     int32_t remainder = 0;
     /// Carries into the count whenever the remainder would pass 2147483647; the value stays exact.
     void Add(int64_t increment) {
@@ -200,16 +208,19 @@ struct OMBREL_API SplitSum {
         if (r >= 0 && r <= 2147483647) {
             remainder = static_cast<int32_t>(r);
         } else if (r > 2147483647 && r <= int64_t{2} * 2147483647) {
-            /// A single carry, as Carry makes it: a large region's runs need one every few rows, and the
-            /// call (with its spills around it) cost more than the carry.
+            // A single carry, as Carry makes it: a large region's runs need one every few rows, and the
+            // call (with its spills around it) cost more than the carry.
             ++count;
             remainder = static_cast<int32_t>(r - 2147483647);
         } else {
             Carry(r);
         }
     }
+    /// Sets the sum to count x 2147483647 + `r` for any `r`, carrying as often as needed.
     void Carry(int64_t r);
+    /// Adds another split sum.
     void AddSum(const SplitSum& other);
+    /// The sum, as a double.
     double Value() const { return double(count) * 2147483647.0 + double(remainder); }
 };
 
@@ -240,29 +251,45 @@ class OMBREL_API Blob {
 
     /// Tree and list.
     Blob* Parent() const { return _parent; }
+    /// First child (holes of an object, objects in a hole), or null.
     Blob* FirstChild() const { return _child; }
+    /// Next child of the same parent, or null.
     Blob* NextSibling() const { return _sibling; }
+    /// Next region of the result list, or null.
     Blob* Next() const { return _Next; }
+    /// Label in the result list (1..NParts()).
     int Label() const { return _label; }
+    /// 0 or -1 (see the colours above).
     int Color() const { return _color; }
+    /// True for the root, the background around everything.
     bool IsRoot() const { return _parent == nullptr; }
+    /// Pixels of the region.
     int32_t Area() const { return _area; }
+    /// Pixels of the region and of everything inside it.
     int32_t FilledArea() const { return _filledArea; }
+    /// Direct children.
     int32_t NumHoles() const { return _nHoles; }
+    /// Which feature routines have run (BLOB_DONE_* bits).
     uint8_t Computed() const { return _computed & 127; }
+    /// The first boundary cell (with option 4), or null.
     const BdryCell* Bdry() const { return _bdry; }
 
     /// Drawing (through `dc`, in image coordinates; `xf` may be null for none).
     void HighlightBlob(HalvardMetaDC* dc, const Matrix* xf = nullptr);  ///< bounding box outline
     void DrawBoundary(HalvardMetaDC* dc, const Matrix* xf = nullptr);   ///< boundary chain (option 4)
+    /// A cross of arms `halfSize` at the centroid.
     void DrawCentroid(HalvardMetaDC* dc, const Matrix* xf = nullptr, int halfSize = 3);
 
     /// Moment accumulation of a run [x0, x1) on row y standing for `stepY` rows.
     void ExtendMoments(int y, int x0, int x1, int64_t grey, int stepY);
     /// What ExtendMoments accumulates, from the result's options and the colour (call after both are set).
     void SetMomentLevel();
+    ///@{
+    /// Levels of SetMomentLevel: first-moment sums, second-moment sums.
     static constexpr uint8_t kFirstSums = 1;
     static constexpr uint8_t kSecondSums = 2;
+    ///@}
+    /// Adds the sums of `other` (a region merged into this one).
     void AddMoments(const Blob& other);
 
   private:

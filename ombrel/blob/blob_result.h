@@ -22,30 +22,46 @@
 
 namespace ombrel {
 
+/// What a blob agent produces: the tree of regions under the root, the list of surviving regions in raster
+/// order, the status of the run and the pools that hold them. Reuse one result across runs.
 class OMBREL_API BlobResult {
   public:
+    /// An empty result, scales 1.
     BlobResult();
+    ///@{
+    /// An empty result with drawing scales (and draw mode) kept for the caller.
     BlobResult(double scaleX, double scaleY);
     BlobResult(int drawMode, double scaleX, double scaleY);
+    ///@}
+    /// Frees every region and the pools.
     ~BlobResult();
     BlobResult(const BlobResult&) = delete;
     BlobResult& operator=(const BlobResult&) = delete;
 
     /// Surviving regions (objects and holes), root excluded.
     int NParts() const { return _nBlobs; }
+    /// The root: the background around everything.
     Blob* Root() const { return _root; }
+    /// The first region of the list, or null.
     Blob* First() const { return _list.empty() ? nullptr : _list.front(); }
+    /// The surviving regions in raster order of their first pixel (label k is Blobs()[k - 1]).
     std::span<Blob* const> Blobs() const { return {_list.data(), _list.size()}; }
     /// The region with label `label` (1..NParts()), or null.
     Blob* ByLabel(int label) const;
     /// The largest top-level region seen by the keep-flag rule, or null.
     Blob* Largest() const { return _largest; }
 
+    /// BLOB_OK or the status of the last run.
     int32_t Error() const { return _error; }
+    /// Image position of the region's (0, 0) in the last run.
     Point Origin() const { return _origin; }
+    /// Pixels in the region of the last run.
     int64_t PixelCount() const { return _pixelCount; }
+    ///@{
+    /// The option word (BLOB_OPT_*); the agent sets it at SetResult and Go.
     int32_t Options() const { return _options; }
     void SetOptions(int32_t options) { _options = options; }
+    ///@}
 
     /// Returns every region, run entry and boundary cell to the pools (keeping their memory).
     void CleanUp();
@@ -57,11 +73,13 @@ class OMBREL_API BlobResult {
     /// One line per region of the list: "%-3d: blob: 0x%x blob->_Next 0x%x\n" (the last without _Next).
     void Dump(FILE* out) const;
 
+    ///@{
     /// Pool access for the agent and the tests.
     RefStoragePool<Blob>& BlobPool() { return _blobPool; }
     CountedPool& SegmentPool() { return _segPool; }
     StoragePool<BdryCell>& BdryPool() { return _bdryPool; }
     int ChunkLimit() const { return _blobPool.Limit(); }
+    ///@}
 
   private:
     friend class Blob;
