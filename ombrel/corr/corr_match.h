@@ -42,13 +42,18 @@ namespace ombrel {
 /// The positions a match scored. The lists are the result's, allocated with malloc and released with free.
 class OMBREL_API CorrResult {
   public:
+    ///@{
+    /// An empty result (lists allocated by the match); not copyable; frees its lists.
     CorrResult() = default;
     CorrResult(const CorrResult&) = delete;
     CorrResult& operator=(const CorrResult&) = delete;
     ~CorrResult() { FreeLists(); }
+    ///@}
 
     void Sort();  ///< _sortedCorrPtList by descending score (qsort with CorrResultCompare)
+    /// Frees both lists; the result is empty again.
     void FreeLists();
+    /// Positions scored by the last list-mode run: At(k) in raster order, Sorted(k) best first.
     int Count() const { return _count; }
     const CorrPoint& At(int k) const { return _corrPtList[k]; }             ///< raster order
     const CorrPoint& Sorted(int k) const { return *_sortedCorrPtList[k]; }  ///< best first
@@ -64,12 +69,18 @@ OMBREL_API int CorrResultCompare(const void* a, const void* b);
 
 /// A sub-pixel peak (ours): the hot-spot position and the interpolated score.
 struct CorrSubpixel {
+    /// hot-spot position, sub-pixel
     Fpoint position;
+    /// interpolated score
     double score = 0.0;
 };
 
+/// Normalised grey-level correlation of a CorrTemplate over a search region: list mode scores every position
+/// into a CorrResult, single-point mode keeps the best in a CorrPoint (rules in corr_match.h). Made by
+/// CorrMatchFact.
 class OMBREL_API CorrMatchAgent : public Agent {
   public:
+    ///@{
     /// List mode.
     CorrMatchAgent(Buffer* src, CorrTemplate* tpl, CorrResult* result, int imgSigned, int tplSigned,
                    int xStep, int yStep);
@@ -77,6 +88,8 @@ class OMBREL_API CorrMatchAgent : public Agent {
                    int xStep, int yStep);
     CorrMatchAgent(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrResult* result, int imgSigned,
                    int tplSigned, int xStep, int yStep);
+    ///@}
+    ///@{
     /// Single-point mode.
     CorrMatchAgent(Buffer* src, CorrTemplate* tpl, CorrPoint* best, int imgSigned, int tplSigned, int xStep,
                    int yStep);
@@ -84,30 +97,42 @@ class OMBREL_API CorrMatchAgent : public Agent {
                    int xStep, int yStep);
     CorrMatchAgent(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrPoint* best, int imgSigned,
                    int tplSigned, int xStep, int yStep);
+    ///@}
     ~CorrMatchAgent() override = default;
 
+    ///@{
+    /// As the base class's; the next Go prepares the run again.
     void SetSrcBuf(Buffer* src) override;
     void SetSrcPt(const Point& p) override;
     void SetExtent(const double& w, const double& h) override;
     void SetExtent(int w, int h) override;
     void SetSrcROI(const ROI& roi) override;
+    ///@}
 
+    /// Works out the search range and allocates the lists; 0, or a negative code (see above).
     int PreGo();
+    /// 1 scores r^2 (no root), 0 scores |r|; the constructors pick it by mode.
     void SetPositionOnly(int on) { _positionOnly = on; }
+    /// The error word (codes ORed in by PreGo).
     int GetError() const { return _error; }
+    /// Status of the last Go.
     int GetStatus() const { return _status; }
+    /// The best point of the last run.
     const CorrPoint* GetBest() const { return _best; }
     /// The template top-left range PreGo worked out (stops exclusive).
     Rect SearchRange() const { return Rect{_ixStart, _iyStart, _ixStop, _iyStop}; }
+    ///@{
     /// Positions per row and rows of a list-mode run.
     int Columns() const;
     int Rows() const;
+    ///@}
 
     /// Ours: refines list entry k (raster index) from its 3x3 neighbourhood of scores; an axis at the edge of
     /// the grid, or without a peak along it, keeps its integer position. False when there is no list entry k.
     bool RefinePeak(int k, CorrSubpixel* out) const;
 
   protected:
+    /// The shared part of the constructors.
     void Init(CorrTemplate* tpl, CorrResult* result, CorrPoint* best, int imgSigned, int tplSigned, int xStep,
               int yStep, int mode);
 
@@ -130,6 +155,7 @@ class OMBREL_API CorrMatchAgent : public Agent {
     bool _prepared = false;  ///< ours: PreGo left a range and lists Go may use
 };
 
+/// The software correlation agent (host buffers).
 class OMBREL_API swCorrMatchAgent : public CorrMatchAgent {
   public:
     /// The constructors of CorrMatchAgent.
@@ -144,6 +170,8 @@ class OMBREL_API swCorrMatchAgent : public CorrMatchAgent {
     CorrPoint* NextPoint(int64_t k);
 };
 
+///@{
+/// The list-mode agent for a host source; null for a board source (no back end in this build).
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, CorrTemplate* tpl, CorrResult* result, int imgSigned,
                                          int tplSigned, int xStep, int yStep);
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, Rect r, CorrTemplate* tpl, CorrResult* result,
@@ -154,6 +182,9 @@ OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, int left, int top, int rig
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl,
                                          CorrResult* result, int imgSigned, int tplSigned, int xStep,
                                          int yStep);
+///@}
+///@{
+/// The single-point agent for a host source; null for a board source (no back end in this build).
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, CorrTemplate* tpl, CorrPoint* best, int imgSigned,
                                          int tplSigned, int xStep, int yStep);
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, Rect r, CorrTemplate* tpl, CorrPoint* best,
@@ -163,17 +194,21 @@ OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, int left, int top, int rig
                                          int xStep, int yStep);
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, Point* p, ROI* roi, CorrTemplate* tpl, CorrPoint* best,
                                          int imgSigned, int tplSigned, int xStep, int yStep);
+///@}
 
 /// Ours: up to n list entries, best first, each at least minDistance (pixels, Euclidean) from every one kept
 /// before it. Needs a sorted result (Go sorts).
 OMBREL_API std::vector<CorrPoint> CorrTopN(const CorrResult& result, int n, double minDistance);
 
+///@{
 /// The integer correlation sums over rows x cols pixels; skips (pitch - width) are added after each row.
 /// Rows < 1 gives all outputs 0. Template bytes 0 are left out in the MASK forms.
 OMBREL_API void CORR_SUM_NO_MASK(uint32_t& sumI, uint32_t& sumI2, uint32_t& sumTI, const unsigned char* img,
                                  const unsigned char* tpl, int imgSkip, int tplSkip, int rows, int cols);
 OMBREL_API void CORR_SUM_MASK(uint32_t& sumI, uint32_t& sumI2, uint32_t& sumTI, const unsigned char* img,
                               const unsigned char* tpl, int imgSkip, int tplSkip, int rows, int cols);
+///@}
+///@{
 /// 64-bit forms: sumI2 and sumTI come back as low and high 32-bit words (sumTI two's complement with a
 /// signed template).
 OMBREL_API void OA_CORR_SUM_NO_MASK(uint32_t& sumI, uint32_t& sumI2Lo, uint32_t& sumTILo, uint32_t& sumTIHi,
@@ -188,14 +223,20 @@ OMBREL_API void OA_CORR_SUM_MASK(uint32_t& sumI, uint32_t& sumI2Lo, uint32_t& su
 OMBREL_API void OA_CORR_SUM_MASK(uint32_t& sumI, uint32_t& sumI2Lo, uint32_t& sumTILo, uint32_t& sumTIHi,
                                  uint32_t& sumI2Hi, const unsigned char* img, const char* tpl, int imgSkip,
                                  int tplSkip, int rows, int cols);
+///@}
 
 /// What swComputeScores needs of a search template: its 8-bit buffer, signed and mask flags, the integer sum
 /// of its bytes and its variance per pixel (sum t^2 / N - (sum t / N)^2), N = width x height.
 struct OMBREL_API CorrTempl {
+    /// the template's 8-bit buffer
     Buffer* buffer = nullptr;
+    /// template bytes signed
     int32_t isSigned = 0;
+    /// template bytes 0 left out
     int32_t mask = 0;
+    /// integer sum of the template bytes
     int32_t sum = 0;
+    /// variance per pixel
     double variance = 0.0;
     /// Ours: the fields from a trained template, N = width x height whatever its region or mask.
     static CorrTempl From(const CorrTemplate& t);

@@ -44,11 +44,16 @@ class os_class;
 
 /// One scored position. Assignment copies every field but the first further integer (_user0), which the
 /// default constructor leaves unset as well; the score is left unset too, since every producer writes it.
-/// Copy construction copies everything.
+/// Copy construction copies everything. Its public fields: `_pos` (image position of the template's hot
+/// spot), `_score`, the image sums `_sumI`, `_sumI2` and `_sumTI`, `_user0`..`_user2` (kept for callers) and
+/// `_positionOnly` (1 selects the squared score).
 class OMBREL_API CorrPoint {
   public:
+    /// Position (0, 0), sums 0; the score is written by whoever scores it.
     CorrPoint() : _pos{0, 0}, _sumI(0), _sumI2(0), _sumTI(0), _user1(0), _user2(0), _positionOnly(0) {}
+    /// Copies every field.
     CorrPoint(const CorrPoint& other) = default;
+    /// Copies every field but `_user0` (see above).
     CorrPoint& operator=(const CorrPoint& other) {
         if (this != &other) CopyFields(other);
         return *this;
@@ -82,34 +87,57 @@ class OMBREL_API CorrPoint {
 OMBREL_API double CorrScore(double sumI, double sumI2, double sumTI, int32_t count, double sum, double sumSq,
                             int32_t positionOnly);
 
+/// A trained correlation pattern: a private 8-bit copy of a patch, its region, hot spot and statistics (see
+/// corr_template.h). Matched by CorrMatchAgent and used as a convolution kernel by ConvAgent.
 class OMBREL_API CorrTemplate {
   public:
+    /// Trains on the whole of `src`; `mask` non-zero leaves template bytes 0 out of every sum.
     CorrTemplate(Buffer* src, int mask);
+    /// Trains on `roi` placed at `p` on `src`.
     CorrTemplate(Buffer* src, Point p, ROI* roi, int mask);
+    ///@{
+    /// Copies: the copy has its own patch buffer.
     CorrTemplate(const CorrTemplate& other);
     CorrTemplate& operator=(const CorrTemplate& other);
+    ///@}
+    /// Frees the patch copy.
     virtual ~CorrTemplate();
 
     /// Stream class operations (the object stream itself lives elsewhere).
     virtual const char* get_class() const { return "(CorrTemplate*)"; }
+    /// The object's address, which identifies it in a stream.
     virtual const void* get_address() const { return this; }
 
+    /// The template's own 8-bit patch.
     Buffer* GetBuffer() const { return _buf; }
+    /// The region whose pixels count.
     const ROI& GetROI() const { return _roi; }
+    /// The hot spot, in template coordinates (default (0, 0)).
     Point GetHotSpot() const { return _hotSpot; }
+    /// Sets the hot spot: the point of the template whose image position a match reports.
     void SetHotSpot(Point p) { _hotSpot = p; }
+    /// N, the pixels counted.
     int32_t GetCount() const { return _count; }
+    /// S, the sum of the template bytes.
     double GetSum() const { return _sum; }
+    /// Q, the sum of their squares.
     double GetSumSq() const { return _sumSq; }
+    /// The variance term N*Q - S^2.
     double GetVariance() const { return _variance; }
+    /// The mask flag.
     int32_t GetMask() const { return _mask; }
     void SetMask(int mask) { _mask = mask ? 1 : 0; }  ///< call Recompute afterwards
+    /// The signed flag.
     int32_t GetSigned() const { return _signed; }
+    /// 0, or the BufferError of a template trained on an unusable source.
     int32_t GetError() const { return _error; }
 
+    /// Recomputes N, S, Q and the variance term, reading template bytes signed when `isSigned` is non-zero.
     void Recompute(int isSigned);
+    /// Scores the position whose top-left image pixel is at `img` (rows `*pitch` bytes apart) into `pt` (see above).
     void FastComputeSums(unsigned char* img, int* pitch, int imgSigned, CorrPoint* pt) const;
 
+    /// The stream class of templates, "(CorrTemplate*)" (form above).
     friend OMBREL_API const os_class& StreamClassOf(const CorrTemplate*);
 
   private:
@@ -131,6 +159,7 @@ class OMBREL_API CorrTemplate {
     int32_t _error = 0;
 };
 
+/// The stream class of templates, "(CorrTemplate*)" (form above).
 OMBREL_API const os_class& StreamClassOf(const CorrTemplate*);
 
 /// A training record of the oldest template streams, kept only so that such streams still read: nothing
@@ -145,6 +174,7 @@ class OMBREL_API CorrTrainVector {
     std::vector<int32_t> _second;
 };
 
+/// The stream class of training records, "(CorrTrainVector*)".
 OMBREL_API const os_class& StreamClassOf(const CorrTrainVector*);
 
 }  // namespace ombrel
