@@ -46,14 +46,23 @@ namespace ombrel {
 class ArithAgent;
 class HistogramAgent;
 
+/// Status base when an intermediate image cannot be made (see above).
 inline constexpr int32_t kAutoFocusNoMemoryBase = -23500;
+/// Status when a sub-agent could not be made.
 inline constexpr int32_t kAutoFocusNoSubAgent = -23599;
 
+/// A sharpness figure of a region: the sum of absolute differences between the region and itself displaced by
+/// a small step, per mille of the region's grey sum, with the region's histogram figures (rules in
+/// auto_focus.h). Made by AutoFocusFact.
 class OMBREL_API AutoFocusAgent : public Agent {
   public:
+    ///@{
+    /// The region: the whole source, the rectangle `r`, or `roi` placed at `p`.
     explicit AutoFocusAgent(Buffer* src);
     AutoFocusAgent(Buffer* src, Rect r);
     AutoFocusAgent(Buffer* src, Point p, const ROI& roi);
+    ///@}
+    /// Frees the kept sub-agents and images.
     ~AutoFocusAgent() override;
     AutoFocusAgent(const AutoFocusAgent&) = delete;
     AutoFocusAgent& operator=(const AutoFocusAgent&) = delete;
@@ -71,22 +80,38 @@ class OMBREL_API AutoFocusAgent : public Agent {
     /// Reads the image as signed bytes.
     void SetSigned(bool on) { _signed = on; }
 
+    /// diffSum / pixelSum x 1000 (0 when pixelSum is 0).
     double Focus() const { return _focus; }
+    /// Sum of the region's pixels.
     double PixelSum() const { return _pixelSum; }
+    /// Sum of the absolute differences.
     double DiffSum() const { return _diffSum; }
+    /// Non-zero pixels of the region (the histogram agent's count).
     double PixelCount() const { return _pixelCount; }
+    /// pixelSum / pixelCount.
     double Mean() const { return _mean; }
+    /// The histogram spread figure (over the bins, not the pixels' standard deviation; see above).
     double StdDev() const { return _stdDev; }
+    ///@{
+    /// The displacement.
     int HorizontalSparseness() const { return _horizontalSparseness; }
     int VerticalSparseness() const { return _verticalSparseness; }
+    ///@}
+    /// True after PreGo(true).
     bool Prepared() const { return _prepared; }
+    /// Signed mode.
     bool Signed() const { return _signed; }
+    /// Histogram bins (256).
     int HistRes() const { return _histRes; }
+    /// The region's histogram of the last run.
     const std::vector<int>& HistCounts() const { return _histCounts; }
+    /// The region as PreGo shrank it.
     const Rect& RegionRect() const { return _regionRect; }
 
   protected:
+    /// Shared part of the constructors: default settings.
     void Setup();
+    /// Reports every failed precondition of the current set-up.
     void DoAssertions();
 
     ArithAgent* _subtractor = nullptr;
@@ -114,10 +139,12 @@ class OMBREL_API AutoFocusAgent : public Agent {
     void ComputeResults();
 };
 
+///@{
 /// The agent for a source the library owns (HOST_BUFFER); null for a wrapped or board source (no board back
 /// end in this build), or when memory runs out. Reports "src" (lfautofocusagent) for a null source.
 OMBREL_API AutoFocusAgent* AutoFocusFact(Buffer* src);
 OMBREL_API AutoFocusAgent* AutoFocusFact(Buffer* src, Rect r);
 OMBREL_API AutoFocusAgent* AutoFocusFact(Buffer* src, Point p, const ROI& roi);
+///@}
 
 }  // namespace ombrel

@@ -43,15 +43,24 @@ inline constexpr int32_t kSceneAngleNoMemory = -1;
 /// The fixed per-bin correction of folded direction histograms, indexed by bin modulo 32.
 OMBREL_API const float* SceneAngleWeights();
 
+/// The dominant edge direction of a region and the rotation between two scenes, from the histogram of strong
+/// Sobel directions (rules in scene_angle.h). Made by SceneAngleFact.
 class OMBREL_API SceneAngleAgent : public Agent {
   public:
+    ///@{
+    /// The region: the whole source, the rectangle `r`, or `roi` placed at `p`.
     explicit SceneAngleAgent(Buffer* src);
     SceneAngleAgent(Buffer* src, Rect r);
     SceneAngleAgent(Buffer* src, Point p, const ROI& roi);
+    ///@}
+    /// Frees what the agent made.
     ~SceneAngleAgent() override;
 
+    /// Restores the default settings (fold mode 2, 32 bins, fit mode 2, weights on) and clears the results.
     void Init();
+    /// Prepares a run; with `keep` the intermediate parts persist. The base does nothing and returns 0.
     virtual int PreGo(bool keep);
+    /// A hook after a run, for subclasses; the base does nothing and returns 0.
     virtual int PostGo();
 
     /// Rotation of this agent's scene relative to `other`'s, in radians; 0 when either is null, the two fold
@@ -61,27 +70,43 @@ class OMBREL_API SceneAngleAgent : public Agent {
     float Strength() const { return _strength; }  ///< per mille
     float Angle() const { return _angle; }        ///< radians
     float Coverage() const { return _coverage; }  ///< percent
+    /// The 128-bin direction histogram of the last run.
     const int32_t* Hist() const { return _hist; }
+    /// The folded (and weighted) histogram, NBins() entries.
     const float* Folded() const { return _folded; }
+    /// Folded bins: 128, 64 or 32.
     int NBins() const { return _nBins; }
+    ///@{
+    /// The fold mode, fit mode and weight switch.
     int FoldMode() const { return _foldMode; }
     int FitMode() const { return _fitMode; }
     bool UseWeights() const { return _useWeights != 0; }
+    ///@}
+    ///@{
+    /// Sum, sum of squares and spread of the folded histogram (used by AngleDiff).
     double FoldSum() const { return _foldSum; }
     double FoldSumSq() const { return _foldSumSq; }
     double FoldSpread() const { return _foldSpread; }
+    ///@}
 
     /// Fold mode 0, 1 or 2 also sets the number of bins (128, 64, 32); other values are ignored.
     void SetFoldMode(int mode);
+    ///@{
+    /// Fit mode of AngleDiff's refinement (3 or 5 points) and the weight switch.
     void SetFitMode(int mode) { _fitMode = mode; }
     void SetUseWeights(bool on) { _useWeights = on ? 1 : 0; }
+    ///@}
     /// Replaces the direction histogram (tests and callers with histograms of their own) and recomputes.
     void SetHist(const int32_t (&hist)[128]);
 
   protected:
+    /// Folds the histogram and computes strength, angle and coverage from it.
     void HistBasedAngle();
+    ///@{
+    /// Sub-bin offset of a peak from three or five neighbouring values.
     static float AngleDiffFit3(float& left, float& centre, float& right);
     static float AngleDiffFit5(float& l2, float& l1, float& centre, float& r1, float& r2);
+    ///@}
 
     float _strength = 0;
     float _angle = 0;
@@ -101,10 +126,12 @@ class OMBREL_API SceneAngleAgent : public Agent {
     int32_t _boardLimit = 10;
 };
 
+/// The software scene angle agent (host buffers).
 class OMBREL_API swSceneAngleAgent : public SceneAngleAgent {
   public:
     /// The constructors of SceneAngleAgent.
     using SceneAngleAgent::SceneAngleAgent;
+    /// Frees the intermediate image and sub-agents.
     ~swSceneAngleAgent() override;
     /// Makes the intermediate image and sub-agents now (Go would on its first run); 0 or kSceneAngleNoMemory.
     int PreGo(bool keep) override;
@@ -120,11 +147,13 @@ class OMBREL_API swSceneAngleAgent : public SceneAngleAgent {
     Rect _prepared{};
 };
 
+///@{
 /// The software agent for a host source (either host type); null for a board source (no back end in this
 /// build) or when memory runs out.
 OMBREL_API SceneAngleAgent* SceneAngleFact(Buffer* src);
 OMBREL_API SceneAngleAgent* SceneAngleFact(Buffer* src, int left, int top, int right, int bottom);
 OMBREL_API SceneAngleAgent* SceneAngleFact(Buffer* src, Point p, const ROI& roi);
 OMBREL_API SceneAngleAgent* SceneAngleFact(Buffer* src, Rect r);
+///@}
 
 }  // namespace ombrel

@@ -45,19 +45,29 @@ namespace ombrel {
 /// Base of the status Go returns when the inverted mask image cannot be made.
 inline constexpr int32_t kSobelMaskStatusBase = -5500;
 
+/// The 3 x 3 Sobel gradient of an 8-bit region written in one of ten encodings, with statistics gathered while
+/// it is written (per-pixel rule in sobel.h). Made by SobelFact.
 class OMBREL_API SobelAgent : public Agent {
   public:
+    /// Gradient of the rectangle `r` of `src` into `dst` in encoding `out`, both sums shifted right by `shift`,
+    /// `threshold` for the strong-pixel statistics and QANGLE, every `sparseness`-th pixel.
     SobelAgent(Buffer* src, Buffer* dst, Rect r, SobelOut out, SobelShift shift, int threshold,
                int sparseness);
+    /// As the Rect form, over `roi` placed at `p` (its mask bits select the pixels computed).
     SobelAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, SobelOut out, SobelShift shift,
                int threshold, int sparseness);
+    /// As the Rect form, over the whole source.
     SobelAgent(Buffer* src, Buffer* dst, SobelOut out, SobelShift shift, int threshold, int sparseness);
     ~SobelAgent() override = default;
 
+    /// Replaces the region; a masked region switches masking on.
     void SetSrcROI(const ROI& roi) override;
     /// Masking comes from the source region's mask bits only; a separate mask buffer is not used.
     virtual void SetMaskBuffer(Buffer* mask);
 
+    ///@{
+    /// The destination, encoding, shift, thresholds and sparseness (threshold2 counts the excess statistics when
+    /// switched on with SetUseThreshold2).
     void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
     void SetSobelOut(SobelOut out) { _sobelOut = out; }
     void SetSobelShift(SobelShift shift) { _sobelShift = shift; }
@@ -65,7 +75,10 @@ class OMBREL_API SobelAgent : public Agent {
     void SetThreshold2(int threshold) { _threshold2 = threshold; }
     void SetUseThreshold2(bool on) { _useThreshold2 = on ? 1 : 0; }
     void SetSparseness(int sparseness) { _sparseness = sparseness; }
+    ///@}
 
+    ///@{
+    /// The settings as they stand.
     Buffer* DstBuf() const { return _dstBuf; }
     SobelOut GetSobelOut() const { return _sobelOut; }
     SobelShift GetSobelShift() const { return _sobelShift; }
@@ -74,13 +87,18 @@ class OMBREL_API SobelAgent : public Agent {
     bool UseThreshold2() const { return _useThreshold2 != 0; }
     int Sparseness() const { return _sparseness; }
     bool UseMask() const { return _useMask != 0; }
+    ///@}
 
+    ///@{
+    /// The statistics of the last Go (see sobel.h): strong pixels' grey sum and count, sum and non-zero count of the
+    /// written bytes, and the excess over threshold2 with its count.
     int32_t StrongGraySum() const { return _strongGraySum; }
     int32_t StrongCount() const { return _strongCount; }
     int32_t OutputSum() const { return _outputSum; }
     int32_t NonZeroCount() const { return _nonZeroCount; }
     int32_t ExcessSum() const { return _excessSum; }
     int32_t ExcessCount() const { return _excessCount; }
+    ///@}
 
   protected:
     /// Stores the arguments and clears every other setting and accumulator.
@@ -103,6 +121,7 @@ class OMBREL_API SobelAgent : public Agent {
     int32_t _boardResult = 0;  ///< the board's result block only; cleared here
 };
 
+/// The software Sobel agent (host buffers).
 class OMBREL_API swSobelAgent : public SobelAgent {
   public:
     /// The constructors of SobelAgent.
@@ -114,6 +133,7 @@ class OMBREL_API swSobelAgent : public SobelAgent {
     void RunRoutine();
 };
 
+///@{
 /// Factories. Each form checks its region first (lfsobel assertions; a failed one is reported and the agent
 /// is still made). The software agent serves host buffers, and SUMABS on any buffers (the board has no such
 /// mode); board buffers otherwise have no back end in this build (null); any other mix gives null.
@@ -126,5 +146,6 @@ OMBREL_API SobelAgent* SobelFact(Buffer* src, Buffer* dst, Point sPt, ROI* sRoi,
                                  SobelShift shift, int threshold, int nSparseness);
 OMBREL_API SobelAgent* SobelFact(Buffer* src, Buffer* dst, int left, int top, int right, int bottom,
                                  SobelOut out, SobelShift shift, int threshold, int nSparseness);
+///@}
 
 }  // namespace ombrel

@@ -34,6 +34,7 @@ enum SobelShift : int32_t {
     SOBEL_SHIFT_7 = 7
 };
 
+/// True for the ten encodings DX..SUMABS.
 inline constexpr bool IsSobelOut(int32_t out) {
     return out >= DX && out <= SUMABS;
 }

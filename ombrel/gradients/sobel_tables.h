@@ -23,7 +23,9 @@ namespace ombrel {
 /// c^2) + 0.5). Look it up with row = the larger absolute component and column = the smaller.
 class OMBREL_API SQRT_struct {
   public:
+    /// Builds the table of `n` rows.
     explicit SQRT_struct(int n);
+    /// Rows, n.
     int Size() const { return _n; }
     /// Entry (row, column); 0 outside the triangle (row < 0, row >= n, column < 0 or column > row).
     int At(int row, int column) const;
