@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Everything Ombrel offers, one include.
+/// \file
+/// Everything Ombrel offers, one include.
 #pragma once
 #include "ombrel/blob/blob.h"
 #include "ombrel/corr/corr.h"
@@ -8,3 +9,8 @@
 #include "ombrel/pixelops/pixelops.h"
 #include "ombrel/morph/morph.h"
 #include "ombrel/tools/tools.h"
+
+/// Ombrel's whole interface. Each operation is an agent (`ArithAgent`, `BlobAgent`, ...) made by its factory
+/// (`ArithFact`, `BlobFact`, ...) on `Buffer`s and a region of interest (`ROI`), run with `Go()`, and read back
+/// through its result objects or output images. Nothing throws: failures are statuses and assertion reports.
+namespace ombrel {}

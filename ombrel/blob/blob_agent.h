@@ -20,8 +20,8 @@
 /// Masked regions (the region has mask bits): the pixels under the mask that are in the band are first marked
 /// 1 in a private buffer by a mask agent (operation 11, given the agent's band); segmentation then runs on
 /// that buffer for the value 1, span by span of the mask: each span of a row at least _StepX long is sampled
-/// from its own start, shorter spans are skipped. The agent's own thresholds are never changed. The buffer and
-/// the mask agent are made on the first masked run and kept until the agent is deleted.
+/// from its own start, shorter spans are skipped. The agent's own thresholds are never changed. The buffer
+/// and the mask agent are made on the first masked run and kept until the agent is deleted.
 ///
 /// Status: Go() returns 0, or BLOB_ERR_TOO_COMPLEX (-1003) when a pool reached its chunk limit ("Image Too
 /// Complex -- Change Threshold" in the debug window), or BLOB_ERR_NO_MEMORY (-1505) when memory ran out;
@@ -48,8 +48,8 @@ struct Band;  ///< the row coder's band (blob_rle.h, internal)
 }
 
 /// Blob analysis of an 8-bit region into a BlobResult (segmentation rules in blob_agent.h, features in
-/// blob_record.h). Made by BlobFact. Some features need an option or filter bit before Go: SetOptions adds the
-/// boundary (BLOB_OPT_BOUNDARY) that the perimeter needs, and the grey mean needs BLOB_FILTER_GREY.
+/// blob_record.h). Made by BlobFact. Some features need an option or filter bit before Go: SetOptions adds
+/// the boundary (BLOB_OPT_BOUNDARY) that the perimeter needs, and the grey mean needs BLOB_FILTER_GREY.
 class OMBREL_API BlobAgent : public Agent {
   public:
     /// Sets the defaults: thresholds as given, steps 1, area limits 1 and 2147483647, filter flags 16,
@@ -80,7 +80,8 @@ class OMBREL_API BlobAgent : public Agent {
     int StepX() const { return _StepX; }
     int StepY() const { return _StepY; }
     ///@}
-    /// Regions whose filled area (area with BLOB_FILTER_PLAIN_AREA) is below `minArea` or above `maxArea` are deleted.
+    /// Regions whose filled area (area with BLOB_FILTER_PLAIN_AREA) is below `minArea` or above `maxArea` are
+    /// deleted.
     void SetAreaLimits(int minArea, int maxArea) {
         _minArea = minArea;
         _maxArea = maxArea;

@@ -46,7 +46,8 @@ OMBREL_API int GetBlobMaxPoolSize();
 OMBREL_API void ReportBlobPoolFailure(int32_t status);
 
 template <class T>
-/// A pool of elements of T in chunks of kBlobPoolChunkElements, limited to a number of chunks, with a free list.
+/// A pool of elements of T in chunks of kBlobPoolChunkElements, limited to a number of chunks, with a free
+/// list.
 class StoragePool {
   public:
     /// An empty pool limited to `maxChunks` chunks (at least 1).

@@ -2,8 +2,8 @@
 /// \file
 /// Normalised correlation match: a CorrTemplate slid over a search region, every visited position scored.
 ///
-/// Positions. The search region (_sPt, _sRoi) names hot-spot positions; the template's top-left then runs over
-/// ix in [ix_start, ix_stop) by _xStep and iy in [iy_start, iy_stop) by _yStep, with
+/// Positions. The search region (_sPt, _sRoi) names hot-spot positions; the template's top-left then runs
+/// over ix in [ix_start, ix_stop) by _xStep and iy in [iy_start, iy_stop) by _yStep, with
 ///     ix_start = max(_sPt.x - hot.x, 0), ix_stop = min(_sPt.x - hot.x + region width, source width + 1 - tw)
 /// (the stop from the unclipped start) and the same for y, so the whole template always lies inside the
 /// source: the work is clipped to the part inside the buffer. An empty range prints the warning, PreGo

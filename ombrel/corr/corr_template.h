@@ -24,10 +24,10 @@
 /// region (by value), hot spot x and y and the pixel count (ints), sum, sum of squares and variance term
 /// (doubles), then the mask and signed flags (ints). Versions 100200000, 100300000 and 100400000 read exactly
 /// that; version 1 also carries one int and two CorrTrainVector values, read and thrown away; any other
-/// version reports assertion "0" at lscorrtemplate line 129 and leaves the template as it was. Statistics come
-/// from the stream as stored, not recomputed. A reader refuses (fails the stream, template unchanged) what no
-/// writer can produce: a buffer that is not 8-bit or has no pixels, a negative pixel count, a statistic
-/// that is NaN or infinite. A template read with a null buffer carries the error BUFFER_BAD_SIZE.
+/// version reports assertion "0" at lscorrtemplate line 129 and leaves the template as it was. Statistics
+/// come from the stream as stored, not recomputed. A reader refuses (fails the stream, template unchanged)
+/// what no writer can produce: a buffer that is not 8-bit or has no pixels, a negative pixel count, a
+/// statistic that is NaN or infinite. A template read with a null buffer carries the error BUFFER_BAD_SIZE.
 #pragma once
 #include <cstdint>
 #include <vector>
@@ -134,7 +134,8 @@ class OMBREL_API CorrTemplate {
 
     /// Recomputes N, S, Q and the variance term, reading template bytes signed when `isSigned` is non-zero.
     void Recompute(int isSigned);
-    /// Scores the position whose top-left image pixel is at `img` (rows `*pitch` bytes apart) into `pt` (see above).
+    /// Scores the position whose top-left image pixel is at `img` (rows `*pitch` bytes apart) into `pt` (see
+    /// above).
     void FastComputeSums(unsigned char* img, int* pitch, int imgSigned, CorrPoint* pt) const;
 
     /// The stream class of templates, "(CorrTemplate*)" (form above).

@@ -54,8 +54,8 @@ enum BufferError : int32_t {
 
 class Monster;  ///< the vision-processor board (board back end)
 
-/// An image: width, height, row pitch, depth and the pixels (owned, or wrapped from the caller). The layout and
-/// the failure rules are in buffer.h's description.
+/// An image: width, height, row pitch, depth and the pixels (owned, or wrapped from the caller). The layout
+/// and the failure rules are in buffer.h's description.
 class OMBREL_API Buffer {
   public:
     ///@{
@@ -130,8 +130,8 @@ class OMBREL_API Buffer {
     ///@{
     /// Copies pixels from `src`: the whole image (the part that fits), the rectangle `r` of `src` to (0, 0),
     /// or `r` to `p`. Source and destination parts are clipped to both buffers. Same depths copy exactly;
-    /// 8-bit to one-bit makes every non-zero byte a 1 and every zero a 0; one-bit to 8-bit makes 1 into byte 1
-    /// and 0 into byte 0. Other depth pairs are not converted. Returns 0, or a negative BufferError when
+    /// 8-bit to one-bit makes every non-zero byte a 1 and every zero a 0; one-bit to 8-bit makes 1 into byte
+    /// 1 and 0 into byte 0. Other depth pairs are not converted. Returns 0, or a negative BufferError when
     /// either buffer has no pixels or the depths cannot be converted (nothing is written then).
     int CopyFrom(const Buffer* src);
     int CopyFrom(const Buffer* src, Rect r);

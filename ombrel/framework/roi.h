@@ -56,16 +56,16 @@ struct ROISeg {
     int32_t y = 0;           ///< image row
 };
 
-/// A region of interest: an extent, optionally with a one-bit mask whose 1-bits select pixels. Agents place it on
-/// an image at their origin and walk it row by row (ROIRowIter) and span by span (ROISeg).
+/// A region of interest: an extent, optionally with a one-bit mask whose 1-bits select pixels. Agents place
+/// it on an image at their origin and walk it row by row (ROIRowIter) and span by span (ROISeg).
 class OMBREL_API ROI {
   public:
     /// An empty rectangular region (0 x 0).
     ROI();
     /// A rectangular region of `width` x `height`.
     ROI(int width, int height);
-    /// A region shaped by `mask` (8-bit: non-zero selects; one-bit: 1 selects), copied into a one-bit mask the
-    /// region owns; its extent is the mask's.
+    /// A region shaped by `mask` (8-bit: non-zero selects; one-bit: 1 selects), copied into a one-bit mask
+    /// the region owns; its extent is the mask's.
     explicit ROI(const Buffer* mask);
     /// A region like `other`; with `copy` its mask is copied, else a caller's mask is shared.
     ROI(const ROI* other, bool copy);
@@ -155,9 +155,9 @@ class OMBREL_API ROI {
 /// Regions persist as "(ROI*)", version 100100000 ("$Revision: 1.1 $"): height and width (two ints), then
 /// the mask as a pointer to a buffer ("(Buffer*)"; null for a rectangular region and for a detached mask).
 /// Scans are not stored: a region read back copies the mask into one it owns and builds its scans from it,
-/// exactly as SetMaskbits does (also for a mask set with SetSwMask(mask, true)), then takes the stored extent.
-/// Board masks are not stored (board memory does not outlive the process). A mask that is not one-bit makes
-/// the stream corrupt; any other version reports "0" (module lsroi) and leaves the region unread.
+/// exactly as SetMaskbits does (also for a mask set with SetSwMask(mask, true)), then takes the stored
+/// extent. Board masks are not stored (board memory does not outlive the process). A mask that is not one-bit
+/// makes the stream corrupt; any other version reports "0" (module lsroi) and leaves the region unread.
 OMBREL_API const os_class& StreamClassOf(const ROI*);
 
 /// A cursor over the rows of a region placed on an 8-bit image, one byte per pixel.

@@ -14,10 +14,11 @@
 ///       strictly greater than the best so far (from 0); L2 L1 P R1 R2 the peak's run, k its step;
 ///     coverage = T * 100 / (width * height) (0 for an empty region), strength = P * 1000 / T (0 when T = 0);
 ///     sub-bin offset d by a three-point parabola through the best-placed triple (see the source), with the
-///       report ("sceneangle", 295, "0") and d = 0 where no triple fits;  angle = -2 pi (k + d) / 128 radians.
-///   AngleDiff: Pearson correlation r(s) of the two folded sequences at every cyclic shift s, the first s with
-///   the largest positive r (0 when none is positive), refined by the three- or five-point fit, times
-///   2 pi / 128. Each cyclic sum adds its terms in increasing order, so r(s) = r(-s) exactly when both
+///       report ("sceneangle", 295, "0") and d = 0 where no triple fits;  angle = -2 pi (k + d) / 128
+///       radians.
+///   AngleDiff: Pearson correlation r(s) of the two folded sequences at every cyclic shift s, the first s
+///   with the largest positive r (0 when none is positive), refined by the three- or five-point fit, times 2
+///   pi / 128. Each cyclic sum adds its terms in increasing order, so r(s) = r(-s) exactly when both
 ///   sequences are equal, and two agents on the same image give exactly 0.
 ///   pi is the library's 3.14159265358789. foldSpread = sqrt(max(0, n * sumSq - sum^2)).
 /// Work is clipped to the part of the region inside the source (the Sobel agent's rule); the intermediate

@@ -45,12 +45,12 @@ namespace ombrel {
 /// Base of the status Go returns when the inverted mask image cannot be made.
 inline constexpr int32_t kSobelMaskStatusBase = -5500;
 
-/// The 3 x 3 Sobel gradient of an 8-bit region written in one of ten encodings, with statistics gathered while
-/// it is written (per-pixel rule in sobel.h). Made by SobelFact.
+/// The 3 x 3 Sobel gradient of an 8-bit region written in one of ten encodings, with statistics gathered
+/// while it is written (per-pixel rule in sobel.h). Made by SobelFact.
 class OMBREL_API SobelAgent : public Agent {
   public:
-    /// Gradient of the rectangle `r` of `src` into `dst` in encoding `out`, both sums shifted right by `shift`,
-    /// `threshold` for the strong-pixel statistics and QANGLE, every `sparseness`-th pixel.
+    /// Gradient of the rectangle `r` of `src` into `dst` in encoding `out`, both sums shifted right by
+    /// `shift`, `threshold` for the strong-pixel statistics and QANGLE, every `sparseness`-th pixel.
     SobelAgent(Buffer* src, Buffer* dst, Rect r, SobelOut out, SobelShift shift, int threshold,
                int sparseness);
     /// As the Rect form, over `roi` placed at `p` (its mask bits select the pixels computed).
@@ -66,8 +66,8 @@ class OMBREL_API SobelAgent : public Agent {
     virtual void SetMaskBuffer(Buffer* mask);
 
     ///@{
-    /// The destination, encoding, shift, thresholds and sparseness (threshold2 counts the excess statistics when
-    /// switched on with SetUseThreshold2).
+    /// The destination, encoding, shift, thresholds and sparseness (threshold2 counts the excess statistics
+    /// when switched on with SetUseThreshold2).
     void SetDstBuf(Buffer* dst) { _dstBuf = dst; }
     void SetSobelOut(SobelOut out) { _sobelOut = out; }
     void SetSobelShift(SobelShift shift) { _sobelShift = shift; }
@@ -90,8 +90,8 @@ class OMBREL_API SobelAgent : public Agent {
     ///@}
 
     ///@{
-    /// The statistics of the last Go (see sobel.h): strong pixels' grey sum and count, sum and non-zero count of the
-    /// written bytes, and the excess over threshold2 with its count.
+    /// The statistics of the last Go (see sobel.h): strong pixels' grey sum and count, sum and non-zero count
+    /// of the written bytes, and the excess over threshold2 with its count.
     int32_t StrongGraySum() const { return _strongGraySum; }
     int32_t StrongCount() const { return _strongCount; }
     int32_t OutputSum() const { return _outputSum; }

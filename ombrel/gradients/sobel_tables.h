@@ -2,14 +2,14 @@
 /// \file
 /// The two process-wide tables every gradient tool reads: rounded Euclidean lengths and 8-bit directions.
 ///
-/// Both are built once (on first use, behind a thread-safe static) and are read-only afterwards, so any number
-/// of agents on any threads may share them.
+/// Both are built once (on first use, behind a thread-safe static) and are read-only afterwards, so any
+/// number of agents on any threads may share them.
 ///
-/// Direction codes count counter-clockwise from +gx, 256 codes per turn; gy is top minus bottom, so code 0..63
-/// points right-and-up. For a vector (gx, gy) at angle theta in [0, 360) degrees the code is
-/// ceil(theta * 256 / 360) - 1 taken modulo 256 (code c covers the arc (c * 1.40625, (c + 1) * 1.40625]); the
-/// zero vector has code 128. Four entries that lie on an arc boundary to within 1e-4 of a code step are one
-/// lower than that rule gives, and are part of the table: (112, 37) -> 12, (-37, 112) -> 76,
+/// Direction codes count counter-clockwise from +gx, 256 codes per turn; gy is top minus bottom, so code
+/// 0..63 points right-and-up. For a vector (gx, gy) at angle theta in [0, 360) degrees the code is ceil(theta
+/// * 256 / 360) - 1 taken modulo 256 (code c covers the arc (c * 1.40625, (c + 1) * 1.40625]); the zero
+/// vector has code 128. Four entries that lie on an arc boundary to within 1e-4 of a code step are one lower
+/// than that rule gives, and are part of the table: (112, 37) -> 12, (-37, 112) -> 76,
 /// (-112, -37) -> 140 and (37, -112) -> 204.
 #pragma once
 #include <cstdint>

@@ -114,8 +114,8 @@ OMBREL_API int GrowNoMergeEntry(int code);
 class OMBREL_API BinMorphAgent : public Agent {
   public:
     ///@{
-    /// Operator `op` applied `iterations` times from `src` into `dst`, with `border` for pixels outside, over the
-    /// whole source, the rectangle `r`, or `roi` placed at `p`.
+    /// Operator `op` applied `iterations` times from `src` into `dst`, with `border` for pixels outside, over
+    /// the whole source, the rectangle `r`, or `roi` placed at `p`.
     BinMorphAgent(Buffer* src, Buffer* dst, BMBORDER border, BinMorphOperator* op, int iterations);
     BinMorphAgent(Buffer* src, Buffer* dst, Rect r, BMBORDER border, BinMorphOperator* op, int iterations);
     BinMorphAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, BMBORDER border, BinMorphOperator* op,

@@ -28,8 +28,8 @@
 /// no pixel is touched. When the filter passes cannot get their line memory the status becomes 4003.
 ///
 /// Speed (the bytes are those above on every path): a full rectangle up to 8 x 8 is filtered down the columns
-/// straight from the image rows and then along the row; a taller full rectangle is filtered along the rows and
-/// then down the columns by van Herk/Gil-Werman (three row operations per pixel whatever the height); any
+/// straight from the image rows and then along the row; a taller full rectangle is filtered along the rows
+/// and then down the columns by van Herk/Gil-Werman (three row operations per pixel whatever the height); any
 /// other element is cut into horizontal runs of members whose minima are kept per image row and folded. Runs
 /// up to 8 long take one vector load per member, longer ones a few overlapping loads of a doubling row.
 #pragma once
@@ -89,8 +89,8 @@ class OMBREL_API GrayMorphElem {
 
     ///@{
     /// Resizing keeps the weights of cells that exist in both sizes and gives new cells 255; false (nothing
-    /// changed) for a size below 1, above the limits, or a failed allocation. A hot spot left outside moves to
-    /// the nearest cell.
+    /// changed) for a size below 1, above the limits, or a failed allocation. A hot spot left outside moves
+    /// to the nearest cell.
     bool SetElementWidth(int width);
     bool SetElementHeight(int height);
     bool SetElementDims(int width, int height);
@@ -162,12 +162,13 @@ class OMBREL_API GrayMorphElem {
 OMBREL_API const os_class& StreamClassOf(const GrayMorphElem*);
 
 /// Grey morphology with a structuring element: minimum (erosion) or maximum (dilation) over the element's
-/// members, and the operations built from them, `iterations` times (rules in graymorph.h). Made by GrayMorphFact.
+/// members, and the operations built from them, `iterations` times (rules in graymorph.h). Made by
+/// GrayMorphFact.
 class OMBREL_API GrayMorphAgent : public Agent {
   public:
     ///@{
-    /// Operation `op` with element `elem`, `iterations` times, from `src` into `dst` from (0, 0), over the whole
-    /// source, the rectangle `r`, or `roi` placed at `p`.
+    /// Operation `op` with element `elem`, `iterations` times, from `src` into `dst` from (0, 0), over the
+    /// whole source, the rectangle `r`, or `roi` placed at `p`.
     GrayMorphAgent(Buffer* src, Buffer* dst, GRAYMORPHOP op, GMPOLARITY polarity, int iterations,
                    GrayMorphElem* elem);
     GrayMorphAgent(Buffer* src, Buffer* dst, Rect r, GRAYMORPHOP op, GMPOLARITY polarity, int iterations,

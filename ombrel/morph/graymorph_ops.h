@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// \file
-/// Grey morphology's operation codes and polarity, and the row operations its kernels perform, kept apart from
-/// the agent so that kernel files need no agent header.
+/// Grey morphology's operation codes and polarity, and the row operations its kernels perform, kept apart
+/// from the agent so that kernel files need no agent header.
 #pragma once
 #include <cstdint>
 

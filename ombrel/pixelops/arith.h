@@ -8,10 +8,11 @@
 /// destination is written from (0, 0); region pixel (x, y) meets A(sPt + (x, y)), B(cornerB + (x, y)) and
 /// D(x, y). A masked region writes only its spans; destination bytes outside them are left as they were.
 ///
-/// Per-pixel contract (every path -- scalar, SSE2, AVX2 and the packed path behind the vector switch -- writes
-/// these bytes). a and b are the source bytes, read as signed bytes (-128..127) when that source's sign is
-/// set and as unsigned bytes (0..255) otherwise; only the operations whose sign and clipping are adjustable
-/// read signs, the others always read unsigned. `low` and `high` are the band (SetBand, default 0 and 255).
+/// Per-pixel contract (every path -- scalar, SSE2, AVX2 and the packed path behind the vector switch --
+/// writes these bytes). a and b are the source bytes, read as signed bytes (-128..127) when that source's
+/// sign is set and as unsigned bytes (0..255) otherwise; only the operations whose sign and clipping are
+/// adjustable read signs, the others always read unsigned. `low` and `high` are the band (SetBand, default 0
+/// and 255).
 ///
 ///   op  name        value v                         sources  signs/clip  default clip
 ///    0  NOT         255 - a  (the bitwise complement)   A       fixed        off
@@ -95,7 +96,8 @@ constexpr int kArithBadOp = -2;
 /// operation, the gain, offset, sign and clip rules are in arith.h. Made by ArithFact.
 class OMBREL_API ArithAgent : public Agent {
   public:
-    /// Operation `op` on the rectangle `r` of `srcA` (and `srcB`), scaled by `gain`, shifted by `offset`, into `dest`.
+    /// Operation `op` on the rectangle `r` of `srcA` (and `srcB`), scaled by `gain`, shifted by `offset`,
+    /// into `dest`.
     ArithAgent(Buffer* srcA, Rect r, Buffer* srcB, ArithOp op, double gain, int offset, Buffer* dest);
     /// A null region pointer gives an empty region.
     ArithAgent(Buffer* srcA, Point p, const ROI* roi, Buffer* srcB, ArithOp op, double gain, int offset,
@@ -134,8 +136,8 @@ class OMBREL_API ArithAgent : public Agent {
     void GetResults(ArithResults* results) const;
 
     ///@{
-    /// The settings as they stand (the gain as given and as split by SetNorm into pre-offset, multiplier, shift and
-    /// post-offset; the clip and second flags; the signs; the band).
+    /// The settings as they stand (the gain as given and as split by SetNorm into pre-offset, multiplier,
+    /// shift and post-offset; the clip and second flags; the signs; the band).
     ArithOp Op() const { return mOpCode; }
     Buffer* SrcB() const { return mSrcB; }
     Buffer* Dest() const { return mDest; }

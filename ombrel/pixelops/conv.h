@@ -44,8 +44,8 @@ namespace ombrel {
 class OMBREL_API ConvAgent : public Agent {
   public:
     ///@{
-    /// Output into `dst` from the region: the whole source image, the rectangle `r`, or `roi` placed at `p`. The four
-    /// integers are the image-signed setting, the template-signed setting and the steps in x and y.
+    /// Output into `dst` from the region: the whole source image, the rectangle `r`, or `roi` placed at `p`.
+    /// The four integers are the image-signed setting, the template-signed setting and the steps in x and y.
     ConvAgent(Buffer* src, Buffer* dst, CorrTemplate* kernel, int imgSigned, int tplSigned, int xStep,
               int yStep);
     ConvAgent(Buffer* src, Buffer* dst, Rect r, CorrTemplate* kernel, int imgSigned, int tplSigned, int xStep,

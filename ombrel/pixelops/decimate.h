@@ -40,7 +40,8 @@ enum PixelStep : int32_t { PIXEL_STEP_1 = 1, PIXEL_STEP_2 = 2 };
 class OMBREL_API DecimateAgent : public Agent {
   public:
     ///@{
-    /// Every `step`-th pixel into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at `p`.
+    /// Every `step`-th pixel into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at
+    /// `p`.
     DecimateAgent(Buffer* src, Buffer* dst, PixelStep step);
     DecimateAgent(Buffer* src, Buffer* dst, Rect r, PixelStep step);
     DecimateAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, PixelStep step);

@@ -47,7 +47,8 @@ constexpr int kFrameAverageNoMemory = -1;
 class OMBREL_API FrameAverageAgent : public Agent {
   public:
     ///@{
-    /// A window of `N` frames into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at `p`.
+    /// A window of `N` frames into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at
+    /// `p`.
     FrameAverageAgent(Buffer* src, Buffer* dst, int N);
     FrameAverageAgent(Buffer* src, Buffer* dst, int N, Rect r);
     FrameAverageAgent(Buffer* src, Buffer* dst, int N, Point p, const ROI& roi);

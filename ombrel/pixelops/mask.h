@@ -13,9 +13,9 @@
 ///        MASK_AND 3: d & s          MASK_OR 4:  d | s          MASK_XOR 5:     d ^ s
 ///        MASK_COPY 8: s             MASK_MIN 9: min(d, s)      MASK_MAX 10:    max(d, s)
 ///        MASK_BAND 11: 1 when low <= s <= high, else d unchanged                MASK_COPY_ALT 13: s
-///      Any other code visits nothing. Because the clear comes first, d is 0 at every visit: codes 0, 2, 4, 5,
-///      8, 10 and 13 give a masked copy, 3 and 9 give 0, 1 the negated source, 11 a 0/1 band image. This is
-///      the agent's intended behaviour, kept as it is.
+///      Any other code visits nothing. Because the clear comes first, d is 0 at every visit: codes 0, 2, 4,
+///      5, 8, 10 and 13 give a masked copy, 3 and 9 give 0, 1 the negated source, 11 a 0/1 band image. This
+///      is the agent's intended behaviour, kept as it is.
 ///   3. Go() returns 0.
 /// Work is clipped to the part of the region inside both buffers; both must be 8-bit (otherwise the
 /// destination is only cleared, over the bytes of its own rows).
@@ -32,7 +32,8 @@
 namespace ombrel {
 
 /// The board driver's fill helper, host version: sets `width` bytes of each of `height` rows, `pitch` bytes
-/// apart, starting at `base`, to the low byte of `value`. Does nothing for a null base or a non-positive size.
+/// apart, starting at `base`, to the low byte of `value`. Does nothing for a null base or a non-positive
+/// size.
 OMBREL_API void fillWithValue(uint8_t* base, int width, int height, int value, int pitch);
 
 /// Copies the source pixels under the region's mask into a cleared destination, combined by one operation
@@ -41,8 +42,8 @@ class OMBREL_API MaskAgent : public Agent {
   public:
     ///@{
     /// Band 1..255: with MASK_BAND every non-zero source pixel under the mask becomes 1.
-    /// The region `roi` placed at `p` on `src`, written to `dst` from (0, 0) with operation `op` (a MaskOp); the band
-    /// `low`..`high` serves MASK_BAND (default 1..255).
+    /// The region `roi` placed at `p` on `src`, written to `dst` from (0, 0) with operation `op` (a MaskOp);
+    /// the band `low`..`high` serves MASK_BAND (default 1..255).
     MaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, unsigned op);
     MaskAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, int low, int high, unsigned op);
     ///@}

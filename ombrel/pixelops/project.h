@@ -31,8 +31,8 @@
 /// _sRoi.Height()" (79). Checks that read a null source or destination are skipped (its own check failed);
 /// with zones and a spacing of 0 (which the checks cannot divide by) 76/77 are reported as failed and each
 /// column or row gets only its first zone instead of looping for ever. Safety: pixels outside the source
-/// contribute nothing to a sum; outputs that fall outside the destination are dropped; a source or destination
-/// that is not 8-bit, or an unknown type, writes nothing but the clear.
+/// contribute nothing to a sum; outputs that fall outside the destination are dropped; a source or
+/// destination that is not 8-bit, or an unknown type, writes nothing but the clear.
 #pragma once
 #include <cstdint>
 
@@ -52,7 +52,8 @@ enum ProjectType : int32_t { HORIZONTAL = 0, VERTICAL = 1 };
 class OMBREL_API ProjectAgent : public Agent {
   public:
     ///@{
-    /// Projection of `type` into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at `p`.
+    /// Projection of `type` into `dst`, over the whole source image, the rectangle `r`, or `roi` placed at
+    /// `p`.
     ProjectAgent(Buffer* src, Buffer* dst, ProjectType type);
     ProjectAgent(Buffer* src, Buffer* dst, Rect r, ProjectType type);
     ProjectAgent(Buffer* src, Buffer* dst, Point p, const ROI& roi, ProjectType type);
