@@ -145,8 +145,8 @@ class OMBREL_API BlobAgent : public Agent {
 
     int _lowThr = 0;  ///< a bad band (reported by the factory) selects no pixel
     int _highThr = 255;
-    int _StepX = 1;
-    int _StepY = 1;
+    int _StepX = 1;  ///< sampling step along rows (SetStep)
+    int _StepY = 1;  ///< sampling step across rows (SetStep)
     int _minArea = 1;
     int _maxArea = 2147483647;
     int _filterFlags = BLOB_FILTER_BORDER_CHILDREN;
