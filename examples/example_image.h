@@ -48,6 +48,7 @@ std::unique_ptr<ombrel::Buffer> LoadOrDraw(int argc, char** argv, Draw draw) {
     }
     return image;
 #else
+    (void)argv;
     std::fprintf(stderr,
                  "these examples were built without OpenCV: run them without a file to use their scene\n");
     return nullptr;
