@@ -119,9 +119,10 @@ int RunFocus(const FocusOptions& options) {
         return 2;
     }
     const std::vector<std::string> inputs = ExpandInputs(options.inputs);
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t) {
-        return FocusOne(options, region, *step, input);
-    });
+    const auto outcomes = RunBatch(
+        inputs, options.jobs,
+        [&](const std::string& input, size_t) { return FocusOne(options, region, *step, input); },
+        options.quiet);
     int status = ReportBatch("focus", outcomes, options.quiet);
     size_t sharpest = outcomes.size();
     for (size_t i = 0; i < outcomes.size(); ++i) {

@@ -23,6 +23,7 @@ struct ProjectOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 struct Zones {
@@ -190,11 +191,9 @@ int RunProject(const ProjectOptions& options) {
         PrintError("project", "--plot " + options.plot, "use a .png or .svg file");
         return 2;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t) {
-        return ProjectOne(options, roi, zones, input);
-    });
-    const int status = ReportBatch("project", outcomes, options.quiet);
-    return WriteBatchJson("project", options.json, outcomes, status);
+    return RunStreamedBatch(
+        "project", inputs, WithCommon(options.streams, options.json, options.jobs, options.quiet),
+        [&](const std::string& input, size_t) { return ProjectOne(options, roi, zones, input); });
 }
 
 }  // namespace
@@ -221,6 +220,7 @@ CommandRun AddProjectCommand(CLI::App& program) {
                         "The profile values: .json or .csv (one column per zone)");
     command->add_option("--json", options->json, "Write the profiles of every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel project part.png --type rows --roi 0,100,640,80 --plot rows.svg --values "

@@ -72,14 +72,21 @@ TEST_F(BatchFiles, FoldersExpandToTheirImagesAndOutputsGetDistinctNames) {
     std::string error;
     ASSERT_TRUE(OutputPaths("one.png", {"x/in.png"}, "-overlay.png", &paths, &error));
     EXPECT_EQ(paths, std::vector<std::string>{"one.png"});
+    // Several inputs need a folder: an existing one, or a new one named with a trailing '/'. A plain name
+    // (say "all.png") is refused rather than silently becoming a folder.
     const std::string out = (_dir / "out").string();
-    ASSERT_TRUE(OutputPaths(out, {"x/in.png", "y/in.pgm", "z/other.png"}, "-overlay.png", &paths, &error));
+    EXPECT_FALSE(OutputPaths(out, {"x/in.png", "y/in.pgm"}, "-overlay.png", &paths, &error));
+    EXPECT_NE(error.find("must be a folder"), std::string::npos) << error;
+    EXPECT_FALSE(fs::exists(out));
+    ASSERT_TRUE(
+        OutputPaths(out + "/", {"x/in.png", "y/in.pgm", "z/other.png"}, "-overlay.png", &paths, &error));
     EXPECT_EQ(fs::path(paths[0]).filename(), "in-overlay.png");
     EXPECT_EQ(fs::path(paths[1]).filename(), "in-2-overlay.png");
     EXPECT_EQ(fs::path(paths[2]).filename(), "other-overlay.png");
     EXPECT_TRUE(fs::is_directory(out));
+    ASSERT_TRUE(OutputPaths(out, {"x/in.png", "y/in.pgm"}, "-overlay.png", &paths, &error));  // exists now
     // A file where the folder should be is refused.
-    EXPECT_FALSE(OutputPaths((_dir / "shots" / "a.png").string(), {"p", "q"}, ".png", &paths, &error));
+    EXPECT_FALSE(OutputPaths((_dir / "shots" / "a.png").string() + "/", {"p", "q"}, ".png", &paths, &error));
     EXPECT_NE(error.find("output folder"), std::string::npos);
 }
 

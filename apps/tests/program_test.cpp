@@ -251,7 +251,7 @@ TEST_F(Program, BatchesGoOnPastBadFilesAndNameThem) {
     Write("shots/notes.pgm", "these are my notes\n");
     Write("shots/short.pgm", "P5\n10 10\n255\nabc");
 
-    const std::string common = "blob " + P("shots") + " --band 0:100 --overlay " + P("ov");
+    const std::string common = "blob " + P("shots") + " --band 0:100 --overlay " + P("ov/");
     const RunResult serial = Ombrel(common + " --json " + P("serial.json"));
     const RunResult parallel = Ombrel(common + " --jobs 2 --json " + P("parallel.json"));
     for (const RunResult& run : {serial, parallel}) {
