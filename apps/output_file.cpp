@@ -89,6 +89,14 @@ void OutputFile::Discard() {
     _temporary.clear();
 }
 
+std::string WriteTextFile(const std::string& path, const std::string& text) {
+    OutputFile file;
+    const std::string problem = file.Open(path);
+    if (!problem.empty()) return problem;
+    file.Write(text.data(), text.size());
+    return file.Commit();
+}
+
 std::string OutputPathProblem(const std::string& path) {
     if (path.empty()) return "no file name given";
     OutputFile probe;

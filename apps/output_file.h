@@ -35,6 +35,9 @@ class OutputFile {
     int _writeErrno = 0;
 };
 
+// Writes `text` to `path` through an OutputFile; empty on success, else the problem.
+std::string WriteTextFile(const std::string& path, const std::string& text);
+
 // Empty when a file can be created at `path` (its folder exists and is writable, and `path` is not a
 // folder), else the problem. Nothing is left behind: used to refuse an output before any work is done.
 std::string OutputPathProblem(const std::string& path);

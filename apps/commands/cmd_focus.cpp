@@ -8,6 +8,7 @@
 #include <ombrel/framework/halvard_metadc.h>
 #include <ombrel/gradients/auto_focus.h>
 
+#include "../output_file.h"
 #include "command.h"
 
 namespace ombrel::cli {
@@ -99,7 +100,8 @@ void WritePlot(const std::string& path, const std::vector<FileOutcome>& outcomes
     }
     const bool svg = path.size() >= 4 && path.substr(path.size() - 4) == ".svg";
     if (svg) {
-        if (!dc.WriteSvg(path, kWidth, kHeight)) throw InputError("cannot be written");
+        const std::string problem = WriteTextFile(path, dc.ToSvg(kWidth, kHeight));
+        if (!problem.empty()) throw InputError(problem);
         return;
     }
     Buffer plot(kWidth, kHeight, EIGHT);
@@ -110,6 +112,7 @@ void WritePlot(const std::string& path, const std::vector<FileOutcome>& outcomes
 }
 
 int RunFocus(const FocusOptions& options) {
+    if (RefuseUnwritable("focus", options.json) || RefuseUnwritable("focus", options.plot)) return 2;
     std::string problem;
     std::optional<Region> region;
     if (!options.roi.empty()) region = ParseRegion(options.roi, &problem);

@@ -5,9 +5,11 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <sstream>
 
 #include <ombrel/pixelops/project.h>
 
+#include "../output_file.h"
 #include "command.h"
 
 namespace ombrel::cli {
@@ -109,7 +111,7 @@ void WritePlotPng(const std::string& path, const Profiles& profiles) {
 }
 
 void WritePlotSvg(const std::string& path, const Profiles& profiles) {
-    std::ofstream out(path);
+    std::ostringstream out;
     const size_t width = profiles.lines[0].size();
     out << "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << std::max<size_t>(width, 1)
         << " 256\" preserveAspectRatio=\"none\" width=\"800\" height=\"300\">\n"
@@ -121,12 +123,13 @@ void WritePlotSvg(const std::string& path, const Profiles& profiles) {
         out << "\"/>\n";
     }
     out << "</svg>\n";
-    if (!out) throw InputError(path + ": cannot be written");
+    const std::string problem = WriteTextFile(path, out.str());
+    if (!problem.empty()) throw InputError(path + ": " + problem);
 }
 
 void WriteValues(const std::string& path, const Json& record, const Profiles& profiles) {
     if (path.size() >= 4 && path.substr(path.size() - 4) == ".csv") {
-        std::ofstream out(path);
+        std::ostringstream out;
         out << "index";
         for (size_t k = 0; k < profiles.lines.size(); ++k) out << ",zone" << k;
         out << "\n";
@@ -135,7 +138,8 @@ void WriteValues(const std::string& path, const Json& record, const Profiles& pr
             for (const auto& line : profiles.lines) out << ',' << line[i];
             out << "\n";
         }
-        if (!out) throw InputError(path + ": cannot be written");
+        const std::string problem = WriteTextFile(path, out.str());
+        if (!problem.empty()) throw InputError(path + ": " + problem);
         return;
     }
     const std::string problem = WriteJsonFile(path, record);

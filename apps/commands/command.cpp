@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "command.h"
 
+#include "../output_file.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -145,6 +147,14 @@ Json RegionRecord(const Placement& placement) {
         record["clipped_from"] = Json{{"x", r.x}, {"y", r.y}, {"width", r.width}, {"height", r.height}};
     }
     return record;
+}
+
+bool RefuseUnwritable(const std::string& command, const std::string& path) {
+    if (path.empty()) return false;
+    const std::string problem = OutputPathProblem(path);
+    if (problem.empty()) return false;
+    PrintError(command, path, problem);
+    return true;
 }
 
 void AddJobsOption(CLI::App* command, int* jobs) {

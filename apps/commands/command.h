@@ -82,6 +82,10 @@ std::shared_ptr<const Buffer> LoadMask(const std::string& path);
 // ("clipped_from") when it was clipped.
 Json RegionRecord(const Placement& placement);
 
+// True (and the problem said as "ombrel CMD: PATH: problem") when a result file named on the command line
+// cannot be created: checked before any work, so that a typo does not cost a long run.
+bool RefuseUnwritable(const std::string& command, const std::string& path);
+
 // The usual --jobs option (1..256 threads, default 1).
 void AddJobsOption(CLI::App* command, int* jobs);
 // Refuses an output path whose format cannot be written (used as a CLI11 check).

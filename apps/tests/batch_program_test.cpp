@@ -27,6 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using testing::Slurp;
 
 cv::Mat AsMat(const Buffer& b) {
     cv::Mat m(b.Height(), b.Width(), CV_8UC1);
@@ -237,8 +238,8 @@ TEST_F(Batches, AFullDiskLeavesNoPartialFile) {
     ASSERT_EQ(Ombrel("transpose " + P("big.png") + " " + P("small.png") + " --op flip-lr --out " +
                      P("tiny/") + " --json " + P("tiny/t.json")),
               1);
-    EXPECT_NE(_err.find("big.png: " + P("tiny/big-flip-lr.png") + ": write error"), std::string::npos)
-        << _err;
+    EXPECT_NE(_err.find(P("big.png") + ": " + P("tiny/big-flip-lr.png") + ": "), std::string::npos) << _err;
+    EXPECT_NE(_err.find("write error"), std::string::npos) << _err;
     EXPECT_FALSE(fs::exists(P("tiny/big-flip-lr.png")));
     EXPECT_TRUE(fs::exists(P("tiny/small-flip-lr.png")));
     EXPECT_EQ(Json("tiny/t.json")["summary"]["failed"], 1);

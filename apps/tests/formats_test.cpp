@@ -175,7 +175,7 @@ TEST(TiffJpegBmp, BmpVariantsOpenCvDoesNotWrite) {
         {Bmp(4, 4, 8, {}, std::vector<uint8_t>(16), 1), "run-length compressed BMP"},
         {Bmp(4, 4, 7, {}, std::vector<uint8_t>(64)), "7 bits per pixel"},
         {Bmp(4, 4, 8, {}, std::vector<uint8_t>(8)), "truncated BMP"},
-        {Bmp(40000, 1, 8, {}, {}), "at most 32766 pixels a side"},
+        {Bmp(40000, 1, 24, {}, {}), "at most 32766 pixels a side"},
         {Bmp(2, 2, 32, {0, 0, 0xFF, 0, 0x0F, 0xF0, 0, 0, 1, 0, 0, 0}, std::vector<uint8_t>(16), 3),
          "not contiguous"},
     };
