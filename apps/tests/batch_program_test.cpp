@@ -309,6 +309,23 @@ TEST_F(Batches, BinaryImagesAre0And255AndPbmMasksReadBackToTheSamePixels) {
     EXPECT_EQ(cv::norm(cv::imread(P("m.pbm"), cv::IMREAD_GRAYSCALE), inBand, cv::NORM_INF), 0);
 }
 
+TEST_F(Batches, TheProgressBarShowsOnATerminalButNotWithQuiet) {
+    if (std::system("command -v script >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "no 'script' to give a terminal";
+    MakeFolder("shots", 6);
+    // util-linux's script runs the program on a pseudo-terminal and copies what it draws.
+    auto onTerminal = [&](const std::string& args, const std::string& log) {
+        const std::string command =
+            "script -qc '" + std::string(OMBREL_PROGRAM) + " " + args + "' /dev/null > " + P(log);
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        return Slurp(P(log));
+    };
+    EXPECT_NE(onTerminal("hist " + P("shots"), "loud").find("processing ["), std::string::npos);
+    const std::string quiet = onTerminal("hist " + P("shots") + " -q", "quiet");
+    EXPECT_EQ(quiet.find("processing"), std::string::npos) << quiet;
+    EXPECT_EQ(quiet, "");
+}
+
 TEST_F(Batches, SmallerSwitchesDoWhatTheySay) {
     EXPECT_EQ(Ombrel("--version"), 0);
     EXPECT_EQ(_out, "ombrel " OMBREL_TEST_VERSION "\n");
