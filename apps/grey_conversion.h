@@ -23,4 +23,11 @@ inline uint8_t ScaleSample(uint32_t value, uint32_t maxval) {
     return static_cast<uint8_t>(scaled > 255 ? 255 : scaled);
 }
 
+// The maxval samples are scaled by: the file's own, or 2^bits - 1 when the user said how many bits a
+// high-bit-depth sensor fills (`bits` 0 means "not said"; it applies only to files with more than 8 bits).
+inline uint32_t ScaleMaxval(uint32_t fileMaxval, int sourceBits, int bits) {
+    if (bits <= 0 || sourceBits <= 8) return fileMaxval;
+    return (uint32_t{1} << bits) - 1;
+}
+
 }  // namespace ombrel::cli

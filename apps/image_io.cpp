@@ -13,6 +13,8 @@
 
 #include <ombrel/framework/hal.h>
 
+#include "output_file.h"
+
 namespace ombrel::cli {
 namespace {
 
@@ -25,11 +27,9 @@ bool StartsWith(const uint8_t* data, size_t size, const char* magic, size_t magi
 
 // Names the formats people most often try by mistake, so the message says what the file is.
 std::string UnsupportedFormatName(const uint8_t* data, size_t size) {
-    if (StartsWith(data, size, "\xFF\xD8\xFF", 3)) return "JPEG";
-    if (StartsWith(data, size, "II*\0", 4) || StartsWith(data, size, "MM\0*", 4)) return "TIFF";
-    if (StartsWith(data, size, "BM", 2)) return "BMP";
     if (StartsWith(data, size, "GIF8", 4)) return "GIF";
     if (StartsWith(data, size, "P7", 2)) return "PAM";
+    if (StartsWith(data, size, "RIFF", 4)) return "WebP";
     return "";
 }
 
@@ -100,10 +100,16 @@ DecodedImage DecodeImage(const uint8_t* data, size_t size, const DecodeLimits& l
     if (size >= 2 && data[0] == 'P' && data[1] >= '1' && data[1] <= '6') {
         return detail::DecodePnm(data, size, limits);
     }
+    if (StartsWith(data, size, "\xFF\xD8\xFF", 3)) return detail::DecodeJpeg(data, size, limits);
+    if (StartsWith(data, size, "II*\0", 4) || StartsWith(data, size, "MM\0*", 4) ||
+        StartsWith(data, size, "II+\0", 4) || StartsWith(data, size, "MM\0+", 4)) {
+        return detail::DecodeTiff(data, size, limits);
+    }
+    if (StartsWith(data, size, "BM", 2)) return detail::DecodeBmp(data, size, limits);
     DecodedImage failed;
     const std::string known = UnsupportedFormatName(data, size);
-    failed.error = known.empty() ? "not an image: expected a PNG, PGM, PBM or PPM file"
-                                 : known + " images are not supported: convert to PNG, PGM or PBM";
+    failed.error = known.empty() ? "not an image: expected a PNG, TIFF, JPEG, BMP, PGM, PBM or PPM file"
+                                 : known + " images are not supported: convert to PNG or TIFF";
     return failed;
 }
 
@@ -161,21 +167,16 @@ std::string Extension(const std::string& path) {
 template <class RowWriter>
 std::string WriteRaw(const std::string& path, const std::string& header, int rowCount, size_t rowBytes,
                      RowWriter row) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) return std::string("cannot create: ") + std::strerror(errno);
+    OutputFile file;
+    std::string problem = file.Open(path);
+    if (!problem.empty()) return problem;
     std::vector<uint8_t> line(rowBytes);
-    bool ok = std::fwrite(header.data(), 1, header.size(), file) == header.size();
+    bool ok = file.Write(header.data(), header.size());
     for (int y = 0; ok && y < rowCount; ++y) {
         row(y, line.data());
-        ok = std::fwrite(line.data(), 1, rowBytes, file) == rowBytes;
+        ok = file.Write(line.data(), rowBytes);
     }
-    const int savedErrno = errno;
-    if (std::fclose(file) != 0) ok = false;
-    if (!ok) {
-        std::remove(path.c_str());
-        return std::string("write error: ") + std::strerror(savedErrno);
-    }
-    return "";
+    return file.Commit();
 }
 
 }  // namespace
@@ -195,7 +196,7 @@ std::string WritePbm(const std::string& path, const Buffer& grey) {
         std::memset(out, 0, rowBytes);
         const uint8_t* in = grey.Row(y);
         for (int x = 0; x < w; ++x) {
-            if (in[x] != 0) out[x / 8] |= static_cast<uint8_t>(0x80u >> (x % 8));
+            if (in[x] == 0) out[x / 8] |= static_cast<uint8_t>(0x80u >> (x % 8));
         }
     });
 }

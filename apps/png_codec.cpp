@@ -11,6 +11,7 @@
 
 #include "grey_conversion.h"
 #include "image_io.h"
+#include "output_file.h"
 
 namespace ombrel::cli {
 namespace {
@@ -27,6 +28,7 @@ struct PngSession {
     bool writing = false;
     char message[160] = {};
     bool truncated = false;
+    bool wide = false;  // 16-bit samples kept for the --bits mapping
     DecodedImage result;
     std::vector<uint8_t> colourPixels;  // RGB rows before conversion to grey
     std::vector<png_bytep> rows;
@@ -75,11 +77,16 @@ int ReadHeader(PngSession* s, const DecodeLimits& limits) {
     s->result.sourceBits = png_get_bit_depth(png, info);
     s->result.sourceColour = (colourType & PNG_COLOR_MASK_COLOR) != 0;
     const bool interlaced = png_get_interlace_type(png, info) != PNG_INTERLACE_NONE;
-    // Interlaced colour needs the whole RGB image before conversion; progressive colour needs one row.
-    const uint64_t extra = s->result.sourceColour ? uint64_t{width} * 3 * (interlaced ? height : 1) : 0;
+    s->wide = limits.bits > 0 && s->result.sourceBits == 16;
+    // Interlaced colour (or 16-bit data kept for --bits) needs the whole image before conversion;
+    // progressive needs one row.
+    const uint64_t samples = s->result.sourceColour ? 3 : 1;
+    const uint64_t extra = s->result.sourceColour || s->wide
+                               ? uint64_t{width} * samples * (s->wide ? 2 : 1) * (interlaced ? height : 1)
+                               : 0;
     if (!AcceptSize(s, width, height, extra, limits)) return 0;
     png_set_expand(png);  // palette to RGB, 1/2/4-bit grey to 8 bits, transparency to alpha
-    png_set_scale_16(png);
+    if (!s->wide) png_set_scale_16(png);
     png_set_strip_alpha(png);
     png_set_interlace_handling(png);
     png_read_update_info(png, info);
@@ -92,6 +99,32 @@ void ConvertRowsToGrey(PngSession* s, int width, int height) {
         uint8_t* out = s->result.image->Row(y);
         for (int x = 0; x < width; ++x) out[x] = RgbToGrey(rgb[3 * x], rgb[3 * x + 1], rgb[3 * x + 2]);
     }
+}
+
+// 16-bit samples (big-endian in libpng's rows) mapped with the user's bit count.
+void ConvertWideRow(const uint8_t* in, int width, int channels, uint32_t maxval, uint8_t* out) {
+    auto sample = [&](int i) { return ScaleSample(uint32_t{in[2 * i]} << 8 | in[2 * i + 1], maxval); };
+    for (int x = 0; x < width; ++x) {
+        out[x] = channels == 1 ? sample(x) : RgbToGrey(sample(3 * x), sample(3 * x + 1), sample(3 * x + 2));
+    }
+}
+
+bool ReadWideRows(PngSession* s, int width, int height, int channels, bool interlaced, uint32_t maxval) {
+    const size_t rowBytes = static_cast<size_t>(width) * static_cast<size_t>(channels) * 2;
+    if (interlaced) {
+        s->colourPixels.resize(rowBytes * static_cast<size_t>(height));
+        for (int y = 0; y < height; ++y) s->rows[static_cast<size_t>(y)] = &s->colourPixels[rowBytes * y];
+        png_read_image(s->png, s->rows.data());
+        for (int y = 0; y < height; ++y)
+            ConvertWideRow(s->rows[static_cast<size_t>(y)], width, channels, maxval, s->result.image->Row(y));
+        return true;
+    }
+    s->colourPixels.resize(rowBytes);
+    for (int y = 0; y < height; ++y) {
+        png_read_row(s->png, s->colourPixels.data(), nullptr);
+        ConvertWideRow(s->colourPixels.data(), width, channels, maxval, s->result.image->Row(y));
+    }
+    return true;
 }
 
 // The part of decoding that libpng may leave by longjmp. Returns false on failure.
@@ -118,6 +151,10 @@ bool DecodeInSession(PngSession* s, MemoryReader* reader, const DecodeLimits& li
     if (!s->result.image) return false;
     const bool interlaced = png_get_interlace_type(s->png, s->info) != PNG_INTERLACE_NONE;
     s->rows.resize(static_cast<size_t>(height));
+    if (s->wide) {
+        return ReadWideRows(s, width, height, channels, interlaced,
+                            ScaleMaxval(65535, s->result.sourceBits, limits.bits));
+    }
     if (channels == 1) {
         for (int y = 0; y < height; ++y) s->rows[static_cast<size_t>(y)] = s->result.image->Row(y);
         png_read_image(s->png, s->rows.data());
@@ -189,10 +226,10 @@ bool EncodeInSession(PngSession* s, std::FILE* file, int width, int height, int 
 
 std::string WritePngRows(const std::string& path, int width, int height, int colourType,
                          const std::vector<png_bytep>& rows) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) return std::string("cannot create: ") + std::strerror(errno);
+    OutputFile file;
+    std::string problem = file.Open(path);
+    if (!problem.empty()) return problem;
     bool ok = false;
-    std::string problem;
     {
         PngSession session;
         session.writing = true;
@@ -200,18 +237,14 @@ std::string WritePngRows(const std::string& path, int width, int height, int col
         if (session.png != nullptr) session.info = png_create_info_struct(session.png);
         if (session.png != nullptr && session.info != nullptr) {
             session.rows = rows;
-            ok = EncodeInSession(&session, file, width, height, colourType);
+            ok = EncodeInSession(&session, file.Stream(), width, height, colourType);
             if (!ok) problem = std::string("PNG write error: ") + session.message;
         } else {
             problem = "not enough memory to start the PNG writer";
         }
     }
-    if (std::fclose(file) != 0 && ok) {
-        ok = false;
-        problem = std::string("write error: ") + std::strerror(errno);
-    }
-    if (!ok) std::remove(path.c_str());
-    return problem;
+    if (!ok) return problem;  // the temporary file is removed with `file`
+    return file.Commit();
 }
 
 }  // namespace

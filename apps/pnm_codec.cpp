@@ -119,7 +119,7 @@ std::string SampleTooLarge(const PnmHeader& h, uint32_t value) {
 }
 
 // Binary rasters: the whole raster's size is known from the header and checked first.
-std::string ReadBinaryRaster(PnmScanner* scan, const PnmHeader& h, Buffer* image) {
+std::string ReadBinaryRaster(PnmScanner* scan, const PnmHeader& h, uint32_t scaleMax, Buffer* image) {
     const size_t width = h.width;
     const size_t bytesPerSample = h.maxval > 255 ? 2 : 1;
     const size_t rowBytes = h.bitmap ? (width + 7) / 8 : width * h.channels * bytesPerSample;
@@ -135,7 +135,7 @@ std::string ReadBinaryRaster(PnmScanner* scan, const PnmHeader& h, Buffer* image
                     const size_t i = (x * h.channels + c) * bytesPerSample;
                     s[c] = bytesPerSample == 2 ? (uint32_t{in[i]} << 8 | in[i + 1]) : in[i];
                     if (s[c] > h.maxval) return SampleTooLarge(h, s[c]);
-                    s[c] = ScaleSample(s[c], h.maxval);
+                    s[c] = ScaleSample(s[c], scaleMax);
                 }
                 out[x] = h.channels == 1 ? static_cast<uint8_t>(s[0])
                                          : RgbToGrey(static_cast<uint8_t>(s[0]), static_cast<uint8_t>(s[1]),
@@ -147,7 +147,7 @@ std::string ReadBinaryRaster(PnmScanner* scan, const PnmHeader& h, Buffer* image
     return "";
 }
 
-std::string ReadAsciiRaster(PnmScanner* scan, const PnmHeader& h, Buffer* image) {
+std::string ReadAsciiRaster(PnmScanner* scan, const PnmHeader& h, uint32_t scaleMax, Buffer* image) {
     const std::string name = FormatName(h.kind);
     for (uint32_t y = 0; y < h.height; ++y) {
         uint8_t* out = image->Row(static_cast<int>(y));
@@ -166,10 +166,10 @@ std::string ReadAsciiRaster(PnmScanner* scan, const PnmHeader& h, Buffer* image)
             if (h.bitmap) {
                 out[x] = s[0] ? 0 : 255;
             } else if (h.channels == 1) {
-                out[x] = ScaleSample(s[0], h.maxval);
+                out[x] = ScaleSample(s[0], scaleMax);
             } else {
-                out[x] = RgbToGrey(ScaleSample(s[0], h.maxval), ScaleSample(s[1], h.maxval),
-                                   ScaleSample(s[2], h.maxval));
+                out[x] = RgbToGrey(ScaleSample(s[0], scaleMax), ScaleSample(s[1], scaleMax),
+                                   ScaleSample(s[2], scaleMax));
             }
         }
     }
@@ -214,8 +214,9 @@ DecodedImage DecodePnm(const uint8_t* data, size_t size, const DecodeLimits& lim
     if (!result.error.empty()) return result;
     auto image = AllocateGrey(static_cast<int>(header.width), static_cast<int>(header.height), &result.error);
     if (!image) return result;
-    result.error = header.binary ? ReadBinaryRaster(&scan, header, image.get())
-                                 : ReadAsciiRaster(&scan, header, image.get());
+    const uint32_t scaleMax = ScaleMaxval(header.maxval, result.sourceBits, limits.bits);
+    result.error = header.binary ? ReadBinaryRaster(&scan, header, scaleMax, image.get())
+                                 : ReadAsciiRaster(&scan, header, scaleMax, image.get());
     if (result.error.empty()) result.image = std::move(image);
     return result;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Any bytes given to the image reader must give an image or a message: never a crash, a hang, a leak or
-// a read outside the file's bytes.
+// a read outside the file's bytes. Every format the program reads is reached by its magic bytes: PNG,
+// PGM/PBM/PPM, TIFF, JPEG and BMP.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -14,6 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     limits.maxBytes = 32u << 20;
     // Random mutations almost never repair a chunk's checksum; without this the fuzzer would not get past it.
     limits.checkPngCrc = false;
+    // The last byte also picks a --bits setting, so the 16-bit mapping paths are fuzzed too.
+    limits.bits = size > 0 ? data[size - 1] % 17 : 0;
     const ombrel::cli::DecodedImage decoded = ombrel::cli::DecodeImage(data, size, limits);
     if (decoded.image) {
         // Touch every pixel so that a short or misplaced buffer shows up under AddressSanitizer.

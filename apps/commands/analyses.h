@@ -25,6 +25,8 @@ struct BlobParams {
     bool noBorder = false;
     Step step;
     std::vector<FeatureName> features;
+    bool overlayLabels = true;  // region numbers on the overlay (--no-labels clears)
+    bool overlayAxes = true;    // principal axes on the overlay (--no-axes clears)
 };
 
 // Runs the library's blob agent over `placement` on `image` and, when `overlayPath` is not empty, writes

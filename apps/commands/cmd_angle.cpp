@@ -113,6 +113,7 @@ void WriteOverlay(const std::string& path, const Buffer& image, const Measured& 
 }
 
 int RunAngle(const AngleOptions& options) {
+    if (RefuseUnwritable("angle", options.json)) return 2;
     Measured image, reference;
     std::string current = options.image;
     try {

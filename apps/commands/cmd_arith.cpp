@@ -101,6 +101,7 @@ Json Compute(const ArithOptions& options, DecodedImage& a, DecodedImage* b, std:
 }
 
 int RunArith(const ArithOptions& options) {
+    if (RefuseUnwritable("arith", options.json)) return 2;
     const bool needsB = ArithOps().at(options.op) >= kFirstBinaryArithOp;
     if (needsB != !options.b.empty()) {
         std::fprintf(stderr, "ombrel arith: %s %s\n", options.op.c_str(),

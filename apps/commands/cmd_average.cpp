@@ -23,6 +23,7 @@ std::string Size(int width, int height) {
 }
 
 int RunAverage(const AverageOptions& options) {
+    if (RefuseUnwritable("average", options.json)) return 2;
     std::string problem;
     std::optional<Region> roi;
     if (!options.roi.empty()) roi = ParseRegion(options.roi, &problem);

@@ -48,6 +48,7 @@ struct BinMorphOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 FileOutcome BinMorphOne(const BinMorphOptions& options, const std::optional<Region>& region,
@@ -84,7 +85,7 @@ FileOutcome BinMorphOne(const BinMorphOptions& options, const std::optional<Regi
     if (!picture) throw InputError(error);
     for (int y = 0; y < picture->Height(); ++y)
         for (int x = 0; x < picture->Width(); ++x) picture->Row(y)[x] = (result->Row(y)[x] & 1) ? 255 : 0;
-    SaveImage(output, *picture);
+    SaveBinaryImage(output, *picture);
 
     FileOutcome outcome;
     outcome.record = ImageRecord(input, decoded);
@@ -118,11 +119,11 @@ int RunBinMorph(const BinMorphOptions& options) {
         PrintError("binmorph", "--out", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return BinMorphOne(options, region, input, outputs[index]);
-    });
-    const int status = ReportBatch("binmorph", outcomes, options.quiet);
-    return WriteBatchJson("binmorph", options.json, outcomes, status);
+    return RunStreamedBatch("binmorph", inputs,
+                            WithCommon(options.streams, options.json, options.jobs, options.quiet),
+                            [&](const std::string& input, size_t index) {
+                                return BinMorphOne(options, region, input, outputs[index]);
+                            });
 }
 
 }  // namespace
@@ -161,6 +162,7 @@ CommandRun AddBinMorphCommand(CLI::App& program) {
         ->required();
     command->add_option("--json", options->json, "Write what was done for every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel binmorph part.png --op erode --iterations 2 --out eroded.png\n"

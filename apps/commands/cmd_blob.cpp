@@ -131,7 +131,7 @@ void DrawLabel(HalvardMetaDC* dc, const Blob& blob, int textScale) {
 }
 
 void WriteOverlay(const std::string& path, const Buffer& image, const Placement& placement,
-                  BlobResult& result) {
+                  BlobResult& result, const BlobParams& params) {
     const int w = image.Width(), h = image.Height();
     std::vector<uint8_t> rgb(static_cast<size_t>(w) * h * 3);
     for (int y = 0; y < h; ++y) {
@@ -146,12 +146,13 @@ void WriteOverlay(const std::string& path, const Buffer& image, const Placement&
     result.HighlightTree(&dc, false, nullptr, kObjectColour, kHoleColour);
     for (Blob* blob : result.Blobs()) {
         if (blob->Color() != 0) continue;
-        DrawAxes(&dc, *blob);
+        if (params.overlayAxes) DrawAxes(&dc, *blob);
         dc.SelectObject(kCentroidColour);
         blob->DrawCentroid(&dc, nullptr, 2 + textScale);
     }
     dc.SelectObject(kLabelColour);
-    for (Blob* blob : result.Blobs()) DrawLabel(&dc, *blob, textScale);
+    if (params.overlayLabels)
+        for (Blob* blob : result.Blobs()) DrawLabel(&dc, *blob, textScale);
     dc.RenderRgb(rgb.data(), w, h, w * 3);
     const std::string problem = WritePngRgb(path, w, h, rgb.data(), static_cast<size_t>(w) * 3);
     if (!problem.empty()) throw InputError(path + ": " + problem);
@@ -197,7 +198,7 @@ Json AnalyseBlobs(Buffer& image, const Placement& placement, const BlobParams& p
               std::to_string(params.band.low) + ":" + std::to_string(params.band.high) + ")\n";
     if (result.NParts() > 0) *table += TableOf(result);
     if (!overlayPath.empty()) {
-        WriteOverlay(overlayPath, image, placement, result);
+        WriteOverlay(overlayPath, image, placement, result, params);
         record["overlay"] = overlayPath;
     }
     return record;
@@ -219,6 +220,9 @@ struct BlobOptions {
     std::string overlay;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
+    bool noLabels = false;
+    bool noAxes = false;
 };
 
 FileOutcome BlobOne(const BlobOptions& options, const BlobParams& params, const std::optional<Region>& region,
@@ -235,6 +239,18 @@ FileOutcome BlobOne(const BlobOptions& options, const BlobParams& params, const 
     return outcome;
 }
 
+// JSON Lines and CSV hold one record per region, each with its image's file name.
+std::vector<Json> BlobRows(const Json& record) {
+    std::vector<Json> rows;
+    if (!record.contains("blobs") || !record.at("blobs").contains("regions")) return rows;
+    for (const Json& region : record.at("blobs").at("regions")) {
+        Json row{{"file", record.value("file", "")}};
+        row.update(region);
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
 int RunBlob(const BlobOptions& options) {
     std::string problem;
     BlobParams params;
@@ -243,6 +259,8 @@ int RunBlob(const BlobOptions& options) {
     params.minArea = options.minArea;
     params.maxArea = options.maxArea;
     params.noBorder = options.noBorder;
+    params.overlayLabels = !options.noLabels;
+    params.overlayAxes = !options.noAxes;
     if (!ParseBlobFeatures(options.features, &params.features, &problem)) {
         PrintError("blob", "--features", problem);
         return 2;
@@ -272,11 +290,12 @@ int RunBlob(const BlobOptions& options) {
         PrintError("blob", "--overlay", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return BlobOne(options, params, region, mask.get(), input, overlays[index]);
-    });
-    const int status = ReportBatch("blob", outcomes, options.quiet);
-    return WriteBatchJson("blob", options.json, outcomes, status);
+    return RunStreamedBatch(
+        "blob", inputs, WithCommon(options.streams, options.json, options.jobs, options.quiet),
+        [&](const std::string& input, size_t index) {
+            return BlobOne(options, params, region, mask.get(), input, overlays[index]);
+        },
+        BlobRows);
 }
 
 }  // namespace
@@ -321,8 +340,12 @@ CommandRun AddBlobCommand(CLI::App& program) {
     command->add_option("--json", options->json,
                         "Write the regions, features and tree of every image to this file");
     command->add_option("--overlay", options->overlay,
-                        "Write the overlay PNG here; a folder when there are several images");
+                        "Write the overlay PNG here; a folder when there are several images (an existing "
+                        "folder, or a name ending in '/')");
+    command->add_flag("--no-labels", options->noLabels, "Leave the region numbers off the overlay");
+    command->add_flag("--no-axes", options->noAxes, "Leave the principal axes off the overlay");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     std::string names;
     for (const FeatureName& f : AllBlobFeatures()) names += (names.empty() ? "" : ", ") + std::string(f.name);

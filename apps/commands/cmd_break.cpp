@@ -27,6 +27,7 @@ struct BreakOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 // A 0/1 copy of an image: pixels >= threshold are set.
@@ -96,7 +97,7 @@ FileOutcome BreakOne(const BreakOptions& options, const Buffer& templ, const std
             picture->Row(y)[x] = set ? 255 : 0;
             if (set && points.size() < 10000) points.push_back({{"x", x}, {"y", y}});
         }
-    SaveImage(output, *picture);
+    SaveBinaryImage(output, *picture);
     if (!overlay.empty()) WriteBreakOverlay(overlay, *decoded.image, points);
     FileOutcome outcome;
     outcome.record = ImageRecord(input, decoded);
@@ -137,11 +138,11 @@ int RunBreak(const BreakOptions& options) {
         PrintError("break", "--overlay", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return BreakOne(options, *templ, input, outputs[index], overlays[index]);
-    });
-    const int status = ReportBatch("break", outcomes, options.quiet);
-    return WriteBatchJson("break", options.json, outcomes, status);
+    return RunStreamedBatch("break", inputs,
+                            WithCommon(options.streams, options.json, options.jobs, options.quiet),
+                            [&](const std::string& input, size_t index) {
+                                return BreakOne(options, *templ, input, outputs[index], overlays[index]);
+                            });
 }
 
 }  // namespace
@@ -178,6 +179,7 @@ CommandRun AddBreakCommand(CLI::App& program) {
         "images");
     command->add_option("--json", options->json, "Write the breaks found in every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel break trace.png --template golden.png --out breaks.png --overlay marked.png "

@@ -27,6 +27,7 @@ struct ConvOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 struct KernelSpec {
@@ -186,11 +187,11 @@ int RunConv(const ConvOptions& options) {
         PrintError("conv", "--out", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return ConvOne(options, region, spec, input, outputs[index]);
-    });
-    const int status = ReportBatch("conv", outcomes, options.quiet);
-    return WriteBatchJson("conv", options.json, outcomes, status);
+    return RunStreamedBatch("conv", inputs,
+                            WithCommon(options.streams, options.json, options.jobs, options.quiet),
+                            [&](const std::string& input, size_t index) {
+                                return ConvOne(options, region, spec, input, outputs[index]);
+                            });
 }
 
 }  // namespace
@@ -229,6 +230,7 @@ CommandRun AddConvCommand(CLI::App& program) {
         ->required();
     command->add_option("--json", options->json, "Write what was done for every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel conv part.png --kernel gauss3 --out smooth.png\n"

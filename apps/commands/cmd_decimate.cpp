@@ -18,6 +18,7 @@ struct DecimateOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 FileOutcome DecimateOne(const DecimateOptions& options, const std::optional<Region>& region,
@@ -65,11 +66,11 @@ int RunDecimate(const DecimateOptions& options) {
         PrintError("decimate", "--out", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return DecimateOne(options, region, input, outputs[index]);
-    });
-    const int status = ReportBatch("decimate", outcomes, options.quiet);
-    return WriteBatchJson("decimate", options.json, outcomes, status);
+    return RunStreamedBatch("decimate", inputs,
+                            WithCommon(options.streams, options.json, options.jobs, options.quiet),
+                            [&](const std::string& input, size_t index) {
+                                return DecimateOne(options, region, input, outputs[index]);
+                            });
 }
 
 }  // namespace
@@ -97,6 +98,7 @@ CommandRun AddDecimateCommand(CLI::App& program) {
         ->required();
     command->add_option("--json", options->json, "Write what was done for every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel decimate part.png --out half.png\n"

@@ -8,6 +8,7 @@
 #include <ombrel/framework/halvard_metadc.h>
 #include <ombrel/gradients/auto_focus.h>
 
+#include "../output_file.h"
 #include "command.h"
 
 namespace ombrel::cli {
@@ -99,7 +100,8 @@ void WritePlot(const std::string& path, const std::vector<FileOutcome>& outcomes
     }
     const bool svg = path.size() >= 4 && path.substr(path.size() - 4) == ".svg";
     if (svg) {
-        if (!dc.WriteSvg(path, kWidth, kHeight)) throw InputError("cannot be written");
+        const std::string problem = WriteTextFile(path, dc.ToSvg(kWidth, kHeight));
+        if (!problem.empty()) throw InputError(problem);
         return;
     }
     Buffer plot(kWidth, kHeight, EIGHT);
@@ -110,6 +112,7 @@ void WritePlot(const std::string& path, const std::vector<FileOutcome>& outcomes
 }
 
 int RunFocus(const FocusOptions& options) {
+    if (RefuseUnwritable("focus", options.json) || RefuseUnwritable("focus", options.plot)) return 2;
     std::string problem;
     std::optional<Region> region;
     if (!options.roi.empty()) region = ParseRegion(options.roi, &problem);
@@ -119,9 +122,10 @@ int RunFocus(const FocusOptions& options) {
         return 2;
     }
     const std::vector<std::string> inputs = ExpandInputs(options.inputs);
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t) {
-        return FocusOne(options, region, *step, input);
-    });
+    const auto outcomes = RunBatch(
+        inputs, options.jobs,
+        [&](const std::string& input, size_t) { return FocusOne(options, region, *step, input); },
+        options.quiet);
     int status = ReportBatch("focus", outcomes, options.quiet);
     size_t sharpest = outcomes.size();
     for (size_t i = 0; i < outcomes.size(); ++i) {

@@ -32,6 +32,7 @@ struct GrayMorphOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 // "W" or "WxH", each 1..kGrayMorphMaxSide.
@@ -143,11 +144,11 @@ int RunGrayMorph(const GrayMorphOptions& options) {
         return 1;
     }
     // Agents on several threads share the element read-only.
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return GrayMorphOne(options, region, *element, input, outputs[index]);
-    });
-    const int status = ReportBatch("graymorph", outcomes, options.quiet);
-    return WriteBatchJson("graymorph", options.json, outcomes, status);
+    return RunStreamedBatch("graymorph", inputs,
+                            WithCommon(options.streams, options.json, options.jobs, options.quiet),
+                            [&](const std::string& input, size_t index) {
+                                return GrayMorphOne(options, region, *element, input, outputs[index]);
+                            });
 }
 
 }  // namespace
@@ -184,6 +185,7 @@ CommandRun AddGrayMorphCommand(CLI::App& program) {
         ->required();
     command->add_option("--json", options->json, "Write what was done for every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel graymorph part.png --op open --size 7 --out opened.png\n"

@@ -20,6 +20,7 @@ struct HistOptions {
     HistogramParams params;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 // One line of block characters, one per group of bins, scaled to the fullest group.
@@ -96,11 +97,9 @@ int RunHist(const HistOptions& options) {
         return 1;
     }
     const std::vector<std::string> inputs = ExpandInputs(options.inputs);
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t) {
-        return HistOne(options, region, mask.get(), input);
-    });
-    const int status = ReportBatch("hist", outcomes, options.quiet);
-    return WriteBatchJson("hist", options.json, outcomes, status);
+    return RunStreamedBatch(
+        "hist", inputs, WithCommon(options.streams, options.json, options.jobs, options.quiet),
+        [&](const std::string& input, size_t) { return HistOne(options, region, mask.get(), input); });
 }
 
 }  // namespace
@@ -128,6 +127,7 @@ CommandRun AddHistCommand(CLI::App& program) {
     command->add_option("--json", options->json,
                         "Write the counts and statistics of every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer("Example:\n  ombrel hist part.png --roi 100,80,200,150 --bins 64 --json part-hist.json");
     return [options] { return RunHist(*options); };

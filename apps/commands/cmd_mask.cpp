@@ -28,6 +28,7 @@ struct MaskOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 FileOutcome MaskOne(const MaskOptions& options, const std::optional<Region>& region, const Buffer* mask,
@@ -43,7 +44,8 @@ FileOutcome MaskOne(const MaskOptions& options, const std::optional<Region>& reg
     if (!agent) throw InputError("the mask agent could not be made (out of memory?)");
     const int status = agent->Go();
     if (status != 0) throw InputError("the mask agent failed with status " + std::to_string(status));
-    SaveImage(output, *destination);
+    // The band operation gives a binary image (1 inside the band): written 0/255 like every binary output.
+    options.op == "band" ? SaveBinaryImage(output, *destination) : SaveImage(output, *destination);
     uint64_t nonZero = 0;
     for (int y = 0; y < destination->Height(); ++y) {
         const uint8_t* row = destination->Row(y);
@@ -83,11 +85,11 @@ int RunMask(const MaskOptions& options) {
         PrintError("mask", "--out", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return MaskOne(options, region, mask.get(), band, input, outputs[index]);
-    });
-    const int status = ReportBatch("mask", outcomes, options.quiet);
-    return WriteBatchJson("mask", options.json, outcomes, status);
+    return RunStreamedBatch("mask", inputs,
+                            WithCommon(options.streams, options.json, options.jobs, options.quiet),
+                            [&](const std::string& input, size_t index) {
+                                return MaskOne(options, region, mask.get(), band, input, outputs[index]);
+                            });
 }
 
 }  // namespace
@@ -99,8 +101,9 @@ CommandRun AddMaskCommand(CLI::App& program) {
         "Transfer the pixels of a region that lie under a mask into a new image the region's size, with "
         "the library's mask agent; everything outside the mask is 0. The agent clears its output "
         "first, so the combining operations act on 0: add, absdiff, or, xor, copy and max give a "
-        "masked copy, and and min give 0, sub the negated pixels, and band 1 where LOW <= pixel <= "
-        "HIGH (0 elsewhere).");
+        "masked copy, and and min give 0, sub the negated pixels, and band a binary image: 255 (1 with "
+        "--raw-values) "
+        "where LOW <= pixel <= HIGH, 0 elsewhere.");
     command->add_option("images", options->inputs, "Images (PNG, PGM, PBM, PPM) or folders of images")
         ->required();
     command->add_option(
@@ -122,10 +125,12 @@ CommandRun AddMaskCommand(CLI::App& program) {
         ->required();
     command->add_option("--json", options->json, "Write what was done for every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel mask part.png --mask inspect-area.png --roi 40,30,320,240 --out masked.png\n"
-        "  ombrel mask part.png --op band --band 0:90 --out dark.pbm   (.pbm shows the 0/1 image)");
+        "  ombrel mask part.png --op band --band 0:90 --out dark.pbm   (a PBM mask: reads back through "
+        "--mask to the same pixels)");
     return [options] { return RunMask(*options); };
 }
 

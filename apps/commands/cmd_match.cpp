@@ -29,6 +29,7 @@ struct MatchOptions {
     std::string overlay;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 struct Found {
@@ -182,11 +183,11 @@ int RunMatch(const MatchOptions& options) {
         PrintError("match", "--overlay", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return MatchOne(options, region, step, fileTemplate.get(), input, overlays[index]);
-    });
-    const int status = ReportBatch("match", outcomes, options.quiet);
-    return WriteBatchJson("match", options.json, outcomes, status);
+    return RunStreamedBatch(
+        "match", inputs, WithCommon(options.streams, options.json, options.jobs, options.quiet),
+        [&](const std::string& input, size_t index) {
+            return MatchOne(options, region, step, fileTemplate.get(), input, overlays[index]);
+        });
 }
 
 }  // namespace
@@ -225,6 +226,7 @@ CommandRun AddMatchCommand(CLI::App& program) {
     command->add_option("--overlay", options->overlay,
                         "Write the overlay PNG here; a folder when there are several images");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel match board.png --template fiducial.png --top 4 --subpixel --overlay found.png\n"

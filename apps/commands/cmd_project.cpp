@@ -5,9 +5,11 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <sstream>
 
 #include <ombrel/pixelops/project.h>
 
+#include "../output_file.h"
 #include "command.h"
 
 namespace ombrel::cli {
@@ -23,6 +25,7 @@ struct ProjectOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 struct Zones {
@@ -108,7 +111,7 @@ void WritePlotPng(const std::string& path, const Profiles& profiles) {
 }
 
 void WritePlotSvg(const std::string& path, const Profiles& profiles) {
-    std::ofstream out(path);
+    std::ostringstream out;
     const size_t width = profiles.lines[0].size();
     out << "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << std::max<size_t>(width, 1)
         << " 256\" preserveAspectRatio=\"none\" width=\"800\" height=\"300\">\n"
@@ -120,12 +123,13 @@ void WritePlotSvg(const std::string& path, const Profiles& profiles) {
         out << "\"/>\n";
     }
     out << "</svg>\n";
-    if (!out) throw InputError(path + ": cannot be written");
+    const std::string problem = WriteTextFile(path, out.str());
+    if (!problem.empty()) throw InputError(path + ": " + problem);
 }
 
 void WriteValues(const std::string& path, const Json& record, const Profiles& profiles) {
     if (path.size() >= 4 && path.substr(path.size() - 4) == ".csv") {
-        std::ofstream out(path);
+        std::ostringstream out;
         out << "index";
         for (size_t k = 0; k < profiles.lines.size(); ++k) out << ",zone" << k;
         out << "\n";
@@ -134,7 +138,8 @@ void WriteValues(const std::string& path, const Json& record, const Profiles& pr
             for (const auto& line : profiles.lines) out << ',' << line[i];
             out << "\n";
         }
-        if (!out) throw InputError(path + ": cannot be written");
+        const std::string problem = WriteTextFile(path, out.str());
+        if (!problem.empty()) throw InputError(path + ": " + problem);
         return;
     }
     const std::string problem = WriteJsonFile(path, record);
@@ -190,11 +195,9 @@ int RunProject(const ProjectOptions& options) {
         PrintError("project", "--plot " + options.plot, "use a .png or .svg file");
         return 2;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t) {
-        return ProjectOne(options, roi, zones, input);
-    });
-    const int status = ReportBatch("project", outcomes, options.quiet);
-    return WriteBatchJson("project", options.json, outcomes, status);
+    return RunStreamedBatch(
+        "project", inputs, WithCommon(options.streams, options.json, options.jobs, options.quiet),
+        [&](const std::string& input, size_t) { return ProjectOne(options, roi, zones, input); });
 }
 
 }  // namespace
@@ -221,6 +224,7 @@ CommandRun AddProjectCommand(CLI::App& program) {
                         "The profile values: .json or .csv (one column per zone)");
     command->add_option("--json", options->json, "Write the profiles of every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel project part.png --type rows --roi 0,100,640,80 --plot rows.svg --values "

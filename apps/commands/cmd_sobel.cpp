@@ -30,6 +30,7 @@ struct SobelOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 FileOutcome SobelOne(const SobelOptions& options, const std::optional<Region>& region, const Buffer* mask,
@@ -100,11 +101,11 @@ int RunSobel(const SobelOptions& options) {
         PrintError("sobel", "--out", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return SobelOne(options, region, mask.get(), input, outputs[index]);
-    });
-    const int status = ReportBatch("sobel", outcomes, options.quiet);
-    return WriteBatchJson("sobel", options.json, outcomes, status);
+    return RunStreamedBatch("sobel", inputs,
+                            WithCommon(options.streams, options.json, options.jobs, options.quiet),
+                            [&](const std::string& input, size_t index) {
+                                return SobelOne(options, region, mask.get(), input, outputs[index]);
+                            });
 }
 
 }  // namespace
@@ -151,6 +152,7 @@ CommandRun AddSobelCommand(CLI::App& program) {
                         "Write the statistics of every image to this file (strong_count, strong_gray_sum, "
                         "strong_mean_gray, output_sum, non_zero_count, and the excess figures)");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel sobel part.png --encoding mag --shift 2 --threshold 15 --out edges.png --json "

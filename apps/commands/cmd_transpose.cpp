@@ -28,6 +28,7 @@ struct TransposeOptions {
     std::string json;
     int jobs = 1;
     bool quiet = false;
+    BatchOutputs streams;
 };
 
 FileOutcome TransposeOne(const TransposeOptions& options, const std::optional<Region>& region,
@@ -73,11 +74,11 @@ int RunTranspose(const TransposeOptions& options) {
         PrintError("transpose", "--out", problem);
         return 1;
     }
-    const auto outcomes = RunBatch(inputs, options.jobs, [&](const std::string& input, size_t index) {
-        return TransposeOne(options, region, input, outputs[index]);
-    });
-    const int status = ReportBatch("transpose", outcomes, options.quiet);
-    return WriteBatchJson("transpose", options.json, outcomes, status);
+    return RunStreamedBatch("transpose", inputs,
+                            WithCommon(options.streams, options.json, options.jobs, options.quiet),
+                            [&](const std::string& input, size_t index) {
+                                return TransposeOne(options, region, input, outputs[index]);
+                            });
 }
 
 }  // namespace
@@ -102,6 +103,7 @@ CommandRun AddTransposeCommand(CLI::App& program) {
         ->required();
     command->add_option("--json", options->json, "Write what was done for every image to this file");
     AddJobsOption(command, &options->jobs);
+    AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
     command->footer(
         "Example:\n  ombrel transpose part.png --op ccw --out turned.png\n"

@@ -7,6 +7,8 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -72,14 +74,21 @@ TEST_F(BatchFiles, FoldersExpandToTheirImagesAndOutputsGetDistinctNames) {
     std::string error;
     ASSERT_TRUE(OutputPaths("one.png", {"x/in.png"}, "-overlay.png", &paths, &error));
     EXPECT_EQ(paths, std::vector<std::string>{"one.png"});
+    // Several inputs need a folder: an existing one, or a new one named with a trailing '/'. A plain name
+    // (say "all.png") is refused rather than silently becoming a folder.
     const std::string out = (_dir / "out").string();
-    ASSERT_TRUE(OutputPaths(out, {"x/in.png", "y/in.pgm", "z/other.png"}, "-overlay.png", &paths, &error));
+    EXPECT_FALSE(OutputPaths(out, {"x/in.png", "y/in.pgm"}, "-overlay.png", &paths, &error));
+    EXPECT_NE(error.find("must be a folder"), std::string::npos) << error;
+    EXPECT_FALSE(fs::exists(out));
+    ASSERT_TRUE(
+        OutputPaths(out + "/", {"x/in.png", "y/in.pgm", "z/other.png"}, "-overlay.png", &paths, &error));
     EXPECT_EQ(fs::path(paths[0]).filename(), "in-overlay.png");
     EXPECT_EQ(fs::path(paths[1]).filename(), "in-2-overlay.png");
     EXPECT_EQ(fs::path(paths[2]).filename(), "other-overlay.png");
     EXPECT_TRUE(fs::is_directory(out));
+    ASSERT_TRUE(OutputPaths(out, {"x/in.png", "y/in.pgm"}, "-overlay.png", &paths, &error));  // exists now
     // A file where the folder should be is refused.
-    EXPECT_FALSE(OutputPaths((_dir / "shots" / "a.png").string(), {"p", "q"}, ".png", &paths, &error));
+    EXPECT_FALSE(OutputPaths((_dir / "shots" / "a.png").string() + "/", {"p", "q"}, ".png", &paths, &error));
     EXPECT_NE(error.find("output folder"), std::string::npos);
 }
 
@@ -117,6 +126,51 @@ TEST(Batch, EveryFileIsProcessedOnceInOrderAndAFailureStaysWithItsFile) {
         EXPECT_NE(err.find("ombrel test: file7: broken on purpose\n"), std::string::npos) << err;
         EXPECT_NE(err.find("40 images, 38 done, 2 failed: file7, file9"), std::string::npos) << err;
     }
+}
+
+TEST_F(BatchFiles, StreamedDocumentHasTheFormOfOneBuiltWholeAndCsvFieldsAreQuoted) {
+    std::vector<std::string> inputs;
+    for (int i = 0; i < 25; ++i) inputs.push_back("in" + std::to_string(i));
+    auto task = [](const std::string& input, size_t index) {
+        if (index % 7 == 3) throw std::runtime_error("bad, \"really\"");
+        FileOutcome outcome;
+        outcome.record = Json{{"file", input}, {"n", index}, {"box", {{"w", 2 * index}}}, {"list", {1, 2}}};
+        return outcome;
+    };
+    BatchOutputs outputs;
+    outputs.json = (_dir / "streamed.json").string();
+    outputs.csv = (_dir / "rows.csv").string();
+    outputs.jobs = 3;
+    outputs.quiet = true;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunStreamedBatch("test", inputs, outputs, task), 1);
+    testing::internal::GetCapturedStderr();
+    const auto outcomes = RunBatch(inputs, 1, task, true);
+    EXPECT_EQ(WriteBatchJson("test", (_dir / "whole.json").string(), outcomes, 0), 0);
+    auto slurp = [&](const char* name) {
+        std::ifstream in(_dir / name);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    // The streamed document is the whole one, byte for byte, with the summary added at the end.
+    const std::string streamed = slurp("streamed.json"), whole = slurp("whole.json");
+    ASSERT_GT(whole.size(), 4u);
+    EXPECT_EQ(streamed.substr(0, whole.size() - 3), whole.substr(0, whole.size() - 3));
+    const Json summary = Json::parse(streamed)["summary"];
+    EXPECT_EQ(summary["done"], 21);
+    EXPECT_EQ(summary["failed_files"], (Json{"in3", "in10", "in17", "in24"}));
+    // CSV: flattened columns, a row per file in order, failures in the error column, quoted as needed.
+    std::istringstream rows(slurp("rows.csv"));
+    std::string header, row;
+    std::getline(rows, header);
+    EXPECT_EQ(header, "file,n,box.w,list,error");
+    std::vector<std::string> lines;
+    while (std::getline(rows, row)) lines.push_back(row);
+    ASSERT_EQ(lines.size(), 25u);
+    EXPECT_EQ(lines[2], "in2,2,4,1 2,");
+    EXPECT_EQ(lines[3], "in3,,,,\"bad, \"\"really\"\"\"");
+    EXPECT_EQ(CsvField(Json(nullptr)), "");
+    EXPECT_EQ(CsvField(Json("two\nlines")), "\"two\nlines\"");
+    EXPECT_EQ(CsvField(Json(0.5)), "0.5");
 }
 
 }  // namespace

@@ -124,7 +124,10 @@ TEST_F(ImageFiles, DamagedFilesFailWithAReason) {
     } cases[] = {
         {"", "file is empty"},
         {"hello, world\n", "not an image"},
-        {"\xFF\xD8\xFF\xE0 rest of a jpeg", "JPEG images are not supported"},
+        {"GIF89a\x01\x00\x01\x00", "GIF images are not supported"},
+        {"\xFF\xD8\xFF\xE0 rest of a jpeg", "JPEG: "},
+        {std::string("II*\0\x08\0\0\0", 8), "corrupt TIFF"},
+        {"BM\x10\0\0\0", "truncated BMP"},
         {"P5\n4 5\n255\n0123456", "truncated PGM: expected 20 bytes of pixel data, found 7"},
         {"P5\n4", "truncated PGM: the header ends early"},
         {"P2\n2 1\n0\n0 0\n", "bad maxval"},
@@ -191,12 +194,13 @@ TEST_F(ImageFiles, WrittenImagesReadBackTheSame) {
         ASSERT_TRUE(ours) << ours.error;
         EXPECT_EQ(Pixels(*ours.image), Pixels(grey));
     }
-    // PBM keeps which pixels are set: non-zero becomes black (0 when read back), zero white.
+    // PBM keeps which pixels are set: non-zero becomes white (255 when read back), zero black (0), so a
+    // mask written as PBM selects the same pixels when it is read back.
     ASSERT_EQ(WriteImage(Path("g.pbm"), grey), "");
     const DecodedImage bits = ReadImageFile(Path("g.pbm"));
     ASSERT_TRUE(bits) << bits.error;
     for (int y = 0; y < 11; ++y)
-        for (int x = 0; x < 37; ++x) ASSERT_EQ(bits.image->Row(y)[x], grey.Row(y)[x] != 0 ? 0 : 255);
+        for (int x = 0; x < 37; ++x) ASSERT_EQ(bits.image->Row(y)[x], grey.Row(y)[x] != 0 ? 255 : 0);
 
     std::vector<uint8_t> rgb(4 * 3 * 2);
     for (size_t i = 0; i < rgb.size(); ++i) rgb[i] = static_cast<uint8_t>(i * 10);

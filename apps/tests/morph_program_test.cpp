@@ -123,7 +123,7 @@ TEST_F(MorphProgram, BreakFindsTheGapOfACutLine) {
     cv::imwrite(P("golden.png"), golden);
     cv::imwrite(P("trace.png"), trace);
     ASSERT_EQ(Ombrel("break " + P("trace.png") + " " + P("golden.png") + " -t " + P("golden.png") + " -o " +
-                     P("breaks") + " --overlay " + P("marked") + " --json " + P("b.json")),
+                     P("breaks/") + " --overlay " + P("marked/") + " --json " + P("b.json")),
               0)
         << _err;
     // The overlay shows the image in grey with the break in red.

@@ -175,9 +175,9 @@ TEST_F(Program, HistogramMaskAndArithmeticMatchTheLibrary) {
     EXPECT_EQ(h["std_dev"], hist->StdDev());
     EXPECT_EQ(h["median"], hist->Median());
 
-    // mask with the band operation.
+    // mask with the band operation, written with the agent's own 0/1 values (0/255 is the default).
     ASSERT_EQ(Ombrel("mask " + P("a.pgm") + " --roi 10,20,100,80 --mask " + P("m.png") +
-                     " --op band --band 90:160 --out " + P("masked.png"))
+                     " --op band --band 90:160 --raw-values --out " + P("masked.png"))
                   .status,
               0);
     Buffer expected(100, 80, EIGHT);
@@ -251,7 +251,7 @@ TEST_F(Program, BatchesGoOnPastBadFilesAndNameThem) {
     Write("shots/notes.pgm", "these are my notes\n");
     Write("shots/short.pgm", "P5\n10 10\n255\nabc");
 
-    const std::string common = "blob " + P("shots") + " --band 0:100 --overlay " + P("ov");
+    const std::string common = "blob " + P("shots") + " --band 0:100 --overlay " + P("ov/");
     const RunResult serial = Ombrel(common + " --json " + P("serial.json"));
     const RunResult parallel = Ombrel(common + " --jobs 2 --json " + P("parallel.json"));
     for (const RunResult& run : {serial, parallel}) {
