@@ -89,8 +89,10 @@ bool AllocationWasRefused() {
 
 }  // namespace ombrel::testing
 
+#if defined(__GNUC__) && !defined(__clang__)
 // Inlined, the replaced pairs look to GCC like a new released by free: they are malloc released by free.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
 
 void* operator new(std::size_t size) {
     return TakeOrThrow(size, kPlain);
