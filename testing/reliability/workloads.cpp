@@ -254,7 +254,7 @@ class GrayMorph final : public AgentWorkload<GrayMorphAgent> {
 class Blob final : public AgentWorkload<BlobAgent> {
     std::unique_ptr<Buffer> _src = Image(), _mask = Image(70, 50);
     std::unique_ptr<ROI> _roi;
-    BlobResult _result;
+    mutable BlobResult _result;  // its pool accessors are not const
     BlobAgent* Make() override { return BlobFact(_src.get(), Point{5, 5}, *_roi, &_result, 120, 255); }
 
   public:
@@ -274,8 +274,7 @@ class Blob final : public AgentWorkload<BlobAgent> {
         return h.Get();
     }
     int PoolChunks() const override {
-        auto& r = const_cast<BlobResult&>(_result);
-        return r.BlobPool().Chunks() + r.SegmentPool().Chunks() + r.BdryPool().Chunks();
+        return _result.BlobPool().Chunks() + _result.SegmentPool().Chunks() + _result.BdryPool().Chunks();
     }
 };
 
