@@ -81,6 +81,64 @@ TEST(Concurrency, ThreadsOnDifferentImagesMatchTheirSerialRuns) {
         EXPECT_EQ(parallel[t], RunEveryKind(100 * static_cast<uint32_t>(t))) << t;
 }
 
+// Agents on different threads reading one caller's source image at the same time (each with its own
+// outputs): the source is only read, so every thread sees what one thread alone sees.
+std::vector<uint64_t> RunOnSharedSource(const Buffer& shared, const CorrTemplate& tpl) {
+    Buffer* src = const_cast<Buffer*>(&shared);  // factories take a mutable pointer; nothing is written
+    Buffer sobelOut(src->Width(), src->Height(), EIGHT);
+    std::vector<int> bins;
+    BlobResult blobs;
+    CorrResult matches;
+    CorrTemplate ownTemplate(tpl);
+    const Rect inner{2, 2, src->Width() - 2, src->Height() - 2};
+    std::unique_ptr<SobelAgent> sobel(SobelFact(src, &sobelOut, inner, MAG, SOBEL_SHIFT_0, 0, 1));
+    std::unique_ptr<HistogramAgent> histogram(HistogramFact(src, HISTRES_1, inner, &bins));
+    std::unique_ptr<BlobAgent> blob(BlobFact(src, inner, &blobs, 128, 255));
+    std::unique_ptr<CorrMatchAgent> match(CorrMatchFact(src, inner, &ownTemplate, &matches, 0, 0, 3, 3));
+    std::unique_ptr<SceneAngleAgent> angle(SceneAngleFact(src, inner));
+    std::unique_ptr<AutoFocusAgent> focus(AutoFocusFact(src, inner));
+    std::vector<uint64_t> digests;
+    for (int run = 0; run < 8; ++run) {
+        uint64_t h = 0xcbf29ce484222325ULL;
+        auto mix = [&h](uint64_t v) { h = (h ^ v) * 0x100000001b3ULL; };
+        mix(static_cast<uint64_t>(sobel->Go()));
+        for (int y = 0; y < sobelOut.Height(); ++y)
+            for (int x = 0; x < sobelOut.Width(); ++x) mix(sobelOut.Row(y)[x]);
+        mix(static_cast<uint64_t>(histogram->Go()));
+        for (int v : bins) mix(static_cast<uint64_t>(v));
+        mix(static_cast<uint64_t>(blob->Go()));
+        for (Blob* b = blobs.First(); b != nullptr; b = b->Next()) mix(static_cast<uint64_t>(b->GetFeat(1)));
+        mix(static_cast<uint64_t>(match->Go()));
+        for (int k = 0; k < matches.Count(); ++k) mix(static_cast<uint64_t>(matches.At(k)._score * 1e9));
+        mix(static_cast<uint64_t>(angle->Go()));
+        mix(static_cast<uint64_t>(angle->Angle() * 1e6));
+        mix(static_cast<uint64_t>(focus->Go()));
+        mix(static_cast<uint64_t>(focus->Focus() * 1e6));
+        digests.push_back(h);
+    }
+    return digests;
+}
+
+TEST(Concurrency, AgentsOnSixThreadsShareOneSourceImage) {
+    QuietSinks();
+    Buffer shared(96, 72, EIGHT), patch(10, 8, EIGHT);
+    for (int y = 0; y < shared.Height(); ++y)
+        for (int x = 0; x < shared.Width(); ++x)
+            shared.Row(y)[x] = static_cast<uint8_t>(
+                (x - 40) * (x - 40) + (y - 30) * (y - 30) < 200 ? 220 : (x * 3 + y * 5) & 0x7f);
+    for (int y = 0; y < patch.Height(); ++y)
+        for (int x = 0; x < patch.Width(); ++x) patch.Row(y)[x] = shared.Row(y + 25)[x + 35];
+    const CorrTemplate tpl(&patch, 0);
+    std::vector<std::vector<uint64_t>> parallel(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] { parallel[t] = RunOnSharedSource(shared, tpl); });
+    for (auto& thread : threads) thread.join();
+    const std::vector<uint64_t> serial = RunOnSharedSource(shared, tpl);
+    ASSERT_EQ(serial.size(), 8u);
+    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(parallel[t], serial) << "thread " << t;
+}
+
 TEST(Concurrency, EventLoggerKeepsEveryEntryFromEveryThread) {
     constexpr int kWriters = 8, kPerWriter = 4000;
     EventLogger& logger = GetEventLogger();
