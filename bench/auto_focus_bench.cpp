@@ -3,11 +3,10 @@
 // sharpness measure: second derivatives squared, where ours sums absolute first differences over the
 // brightness). Sizes: argument 640 is a 640x480 frame, 2592 a 2592x1944 one.
 //
-// This file also counts every allocation of the benchmark binary (a replaced global operator new), so that
-// the per-frame allocation count of the agents stands beside their time.
+// The benchmark binary counts every allocation (testing/allocation_counter, a replaced global operator new),
+// so that the per-frame allocation count of the agents stands beside their time.
 #include <benchmark/benchmark.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -18,46 +17,12 @@
 #include "bench_images.h"
 #include "ombrel/gradients/auto_focus.h"
 #include "scenes/synthetic_scene.h"
-
-namespace {
-std::atomic<long> gAllocations{0};
-}
-#if defined(__GNUC__) && !defined(__clang__)
-// Inlined, the replaced pair looks to GCC like a new released by free: it is malloc released by free.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
-void* operator new(std::size_t size) {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
-    return std::malloc(size == 0 ? 1 : size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
+#include "testing/allocation_counter.h"
 
 namespace ombrel::bench {
 
 long AllocationsSoFar() {
-    return gAllocations.load(std::memory_order_relaxed);
+    return ombrel::testing::AllocationCount();
 }
 
 // A frame of the size the argument names: 640 (640x480, made once) or 2592 (the shared 2592x1944 scene).

@@ -148,6 +148,7 @@ class StoragePool {
                 static_cast<T*>(::operator new[](sizeof(T) * kBlobPoolChunkElements, kAlign, std::nothrow));
             if (_free.capacity() < 64) _free.reserve(64);
         } catch (const std::bad_alloc&) {
+            ::operator delete[](chunk, kAlign, std::nothrow);  // the free list failed after the chunk came
             chunk = nullptr;
         }
         if (chunk == nullptr) return Fail(BLOB_ERR_NO_MEMORY);

@@ -56,7 +56,16 @@ void BlobResult::Dump(FILE* out) const {
 // links the result list, and relinks every child list in the same order.
 void BlobResult::BuildList() {
     _list.clear();
-    _bySeq.assign(_nextSeq, nullptr);
+    try {
+        _bySeq.assign(_nextSeq, nullptr);
+        _list.reserve(_closed.size());  // every listed region fits: the linking below cannot fail
+    } catch (const std::bad_alloc&) {
+        _bySeq.clear();
+        if (_root != nullptr) _root->_child = _root->_lastChild = nullptr;
+        if (_error == BLOB_OK) _error = BLOB_ERR_NO_MEMORY;
+        _nBlobs = 0;
+        return;
+    }
     size_t listed = 0;
     for (const ClosedRegion& c : _closed) {
         Blob* b = c.blob;

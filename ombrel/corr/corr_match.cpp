@@ -9,6 +9,7 @@
 #include <new>
 
 #include "ombrel/corr/corr_kernels.h"
+#include "ombrel/framework/allocation.h"
 #include "ombrel/framework/factory.h"
 #include "ombrel/framework/hal.h"
 #include "ombrel/framework/isa.h"
@@ -176,9 +177,9 @@ int CorrMatchAgent::PreGo() {
         const bool fits = capacity < std::numeric_limits<int32_t>::max() / int64_t{sizeof(CorrPoint)};
         if (fits) {
             _corrResults->_corrPtList =
-                static_cast<CorrPoint*>(std::calloc(static_cast<size_t>(capacity + 1), sizeof(CorrPoint)));
+                static_cast<CorrPoint*>(detail::Calloc(static_cast<size_t>(capacity + 1), sizeof(CorrPoint)));
             _corrResults->_sortedCorrPtList =
-                static_cast<CorrPoint**>(std::calloc(static_cast<size_t>(capacity), sizeof(CorrPoint*)));
+                static_cast<CorrPoint**>(detail::Calloc(static_cast<size_t>(capacity), sizeof(CorrPoint*)));
         }
         OMBREL_ASSERT("corr", 482, _corrResults->_corrPtList != nullptr, "_corrResults->_corrPtList");
         OMBREL_ASSERT("corr", 483, _corrResults->_sortedCorrPtList != nullptr,

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 
+#include "ombrel/framework/allocation.h"
+
 namespace ombrel {
 namespace {
 
@@ -89,7 +91,7 @@ void Buffer::Allocate(int w, int h, PixelDepth depth) {
     // the extra line of bytes lets the rows start on a 64-byte boundary. The original pointer is kept just
     // before the aligned block so that Release can give it back.
     const size_t total = static_cast<size_t>(pitch * h) + kRowAlignment + sizeof(void*);
-    void* raw = std::calloc(1, total);
+    void* raw = detail::Calloc(1, total);
     if (raw == nullptr) {
         _error = BUFFER_NO_MEMORY;
         return;

@@ -176,8 +176,9 @@ void ROI::UpdateScans() {
     _width = mask->Width();
     _height = mask->Height();
     if (_height <= 0) return;
+    // Without memory for its scan list the region selects fewer rows (or none); the caller is told.
     _scans = new (std::nothrow) ROIRowStore[_height]();
-    if (_scans == nullptr) return;
+    if (!Check(_scans != nullptr, kModule, __LINE__, "_scans != NULL")) return;
     _scanRows = _height;
     // A board mask has no host pixels: its rows stay empty rather than being read.
     const uint8_t* row = mask->BaseAddr();
@@ -191,7 +192,7 @@ void ROI::UpdateScans() {
         ForEachRun(row, width, [&](int, int) { ++count; });
         if (count == 0) continue;
         ROIScan* scanlist = new (std::nothrow) ROIScan[count];
-        if (scanlist == nullptr) continue;  // the row then selects nothing
+        if (!Check(scanlist != nullptr, kModule, __LINE__, "scanlist != NULL")) continue;
         rowsc->scans = scanlist;
         rowsc->segCount = count;
         rowsc->row = y;

@@ -4,6 +4,6 @@
 ombrel_add_operation(auto_focus
   SOURCES auto_focus.cpp
   TESTS auto_focus_test.cpp
-  TEST_LIBS OmbrelScenes
+  TEST_LIBS OmbrelScenes OmbrelAllocationCounter
   OPENCV
   PUBLIC_HEADERS auto_focus.h)

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
@@ -15,44 +14,9 @@
 #include <opencv2/imgproc.hpp>
 
 #include "scenes/synthetic_scene.h"
+#include "testing/allocation_counter.h"
 #include "testing/images.h"
 #include "testing/recorders.h"
-
-// Every allocation of this test binary is counted, so that a test can prove a run allocates nothing.
-namespace {
-std::atomic<long> gAllocations{0};
-}
-#if defined(__GNUC__) && !defined(__clang__)
-// Inlined, the replaced pair looks to GCC like a new released by free: it is malloc released by free.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
-void* operator new(std::size_t size) {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
-    return std::malloc(size == 0 ? 1 : size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
 
 namespace ombrel {
 namespace {
@@ -271,15 +235,15 @@ TEST(AutoFocus, PreparedAgentAllocatesNothingPerGoAndKeepsItsParts) {
     std::unique_ptr<AutoFocusAgent> prepared(AutoFocusFact(scene.get(), Rect{10, 10, 190, 140}));
     ASSERT_EQ(prepared->PreGo(true), 0);
     EXPECT_TRUE(prepared->Prepared());
-    const long before = gAllocations.load();
+    const long before = ombrel::testing::AllocationCount();
     for (int i = 0; i < 5; ++i) ASSERT_EQ(prepared->Go(), 0);
-    EXPECT_EQ(gAllocations.load() - before, 0);
+    EXPECT_EQ(ombrel::testing::AllocationCount() - before, 0);
 
     // Unprepared, every Go builds its parts (the counter does see them) and gives the same figures.
     std::unique_ptr<AutoFocusAgent> fresh(AutoFocusFact(scene.get(), Rect{10, 10, 190, 140}));
-    const long start = gAllocations.load();
+    const long start = ombrel::testing::AllocationCount();
     ASSERT_EQ(fresh->Go(), 0);
-    EXPECT_GT(gAllocations.load() - start, 0);
+    EXPECT_GT(ombrel::testing::AllocationCount() - start, 0);
     EXPECT_FALSE(fresh->Prepared());
     EXPECT_EQ(fresh->Focus(), prepared->Focus());
     EXPECT_EQ(fresh->StdDev(), prepared->StdDev());

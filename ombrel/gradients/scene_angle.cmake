@@ -3,4 +3,5 @@
 ombrel_add_operation(scene_angle
   SOURCES scene_angle.cpp
   TESTS scene_angle_test.cpp
+  TEST_LIBS OmbrelAllocationCounter
   PUBLIC_HEADERS scene_angle.h)

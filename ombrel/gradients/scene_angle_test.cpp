@@ -3,51 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
 #include <new>
 
 #include "ombrel/framework/angles.h"
+#include "testing/allocation_counter.h"
 #include "testing/images.h"
 #include "testing/recorders.h"
-
-// Every allocation of this test binary is counted, so that a test can prove a run allocates nothing.
-namespace {
-std::atomic<long> gAllocations{0};
-}
-#if defined(__GNUC__) && !defined(__clang__)
-// Inlined, the replaced pair looks to GCC like a new released by free: it is malloc released by free.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
-void* operator new(std::size_t size) {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    gAllocations.fetch_add(1, std::memory_order_relaxed);
-    return std::malloc(size == 0 ? 1 : size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
 
 namespace ombrel {
 namespace {
@@ -186,18 +150,18 @@ TEST(SceneAngle, PreparedAgentAllocatesNothingPerGo) {
     }
     std::unique_ptr<SceneAngleAgent> a(SceneAngleFact(img.get(), Rect{20, 30, 300, 290}));
     ASSERT_EQ(a->PreGo(true), 0);
-    const long before = gAllocations.load();
+    const long before = ombrel::testing::AllocationCount();
     for (int i = 0; i < 4; ++i) ASSERT_EQ(a->Go(), 0);
-    EXPECT_EQ(gAllocations.load() - before, 0);
+    EXPECT_EQ(ombrel::testing::AllocationCount() - before, 0);
     EXPECT_GT(a->Strength(), 0);
     // Re-aimed at another region, it builds its image once (the counter does see it), then runs free again.
     a->SetSrcPt(Point{0, 0});
-    const long reaimed = gAllocations.load();
+    const long reaimed = ombrel::testing::AllocationCount();
     ASSERT_EQ(a->Go(), 0);
-    EXPECT_GT(gAllocations.load() - reaimed, 0);
-    const long after = gAllocations.load();
+    EXPECT_GT(ombrel::testing::AllocationCount() - reaimed, 0);
+    const long after = ombrel::testing::AllocationCount();
     ASSERT_EQ(a->Go(), 0);
-    EXPECT_EQ(gAllocations.load() - after, 0);
+    EXPECT_EQ(ombrel::testing::AllocationCount() - after, 0);
 }
 
 TEST(SceneAngle, RegionsOutsideTheImageStaySafe) {

@@ -360,12 +360,16 @@ int swGrayMorphAgent::GenMorph(Buffer* src, Buffer* dst, Rect r, Point p, int mo
         CopyRegion(*src, from, *dst, to, w, h);
         src = dst;
     }
-    const ElemPlan plan(*_elem);
-    Filter filter(plan, ActiveIsa());
-    for (int pass = 0; pass < iterations; ++pass) {
-        const bool fromSource = pass == 0 && src != dst;
-        if (!filter.Pass(fromSource ? *src : *dst, fromSource ? from : to, *dst, to, w, h, effective))
-            return kGrayMorphNoMemory;
+    try {
+        const ElemPlan plan(*_elem);  // its run lists need memory too
+        Filter filter(plan, ActiveIsa());
+        for (int pass = 0; pass < iterations; ++pass) {
+            const bool fromSource = pass == 0 && src != dst;
+            if (!filter.Pass(fromSource ? *src : *dst, fromSource ? from : to, *dst, to, w, h, effective))
+                return kGrayMorphNoMemory;
+        }
+    } catch (const std::bad_alloc&) {
+        return kGrayMorphNoMemory;
     }
     return 0;
 }

@@ -143,8 +143,9 @@ bool ConvAgent::Setup() {
         _coeffs.assign(static_cast<size_t>(_kw) * static_cast<size_t>(_kh), 0);
     } catch (const std::bad_alloc&) {
         _coeffs.clear();
-        return false;
     }
+    // Go has no status of its own: a kernel it could not copy is reported, and nothing is written.
+    if (!OMBREL_ASSERT_HERE(kModule, !_coeffs.empty(), "!_coeffs.empty()")) return false;
     for (int ky = 0; ky < _kh; ++ky)
         for (int kx = 0; kx < _kw; ++kx) {
             const uint8_t v = _kBase[ky * _kPitch + kx];

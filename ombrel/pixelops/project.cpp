@@ -130,12 +130,8 @@ int swProjectAgent::Go() {
     if (_srcBuf == nullptr || _srcBuf->BaseAddr() == nullptr || _srcBuf->BitsPerPixel() != EIGHT) return 0;
     if (_sRoi.Width() <= 0 || _sRoi.Height() <= 0) return 0;
     if (_autoShift) _shift = BitLength(PixelsPerSum());
-    try {
-        if (_type == HORIZONTAL) ProjectColumns();
-        if (_type == VERTICAL) ProjectRows();
-    } catch (const std::bad_alloc&) {
-        // Only the column sums are allocated; without them the profile stays cleared.
-    }
+    if (_type == HORIZONTAL) ProjectColumns();
+    if (_type == VERTICAL) ProjectRows();
     return 0;
 }
 
@@ -149,24 +145,30 @@ void swProjectAgent::ProjectColumns() {
     // The columns inside the source, as region columns [c0, c1).
     const int c0 = static_cast<int>(std::clamp<int64_t>(-x0, 0, columns));
     const int c1 = static_cast<int>(std::clamp<int64_t>(src.Width() - x0, c0, columns));
-    std::vector<uint32_t> sums(static_cast<size_t>(columns));
+    // Column sums live on the stack, a strip of columns at a time: Go allocates nothing, so it cannot fail.
+    constexpr int kStrip = 1024;
+    uint32_t sums[kStrip];
     const Isa level = ActiveIsa();
 
     // Sums rows [top, bottom) of the image (clipped to the source) into fresh column sums and writes them.
     auto project = [&](int64_t top, int64_t bottom, int dstRow) {
-        std::fill(sums.begin(), sums.end(), 0u);
         top = std::max<int64_t>(top, 0);
         bottom = std::min<int64_t>(bottom, src.Height());
-        for (int64_t r = top; r < bottom && c0 < c1; r += kRowsPerBlock) {
-            project::ColumnJob job;
-            job.top = src.Row(static_cast<int>(r)) + x0 + c0;
-            job.pitch = src.Pitch();
-            job.rows = static_cast<int>(std::min<int64_t>(kRowsPerBlock, bottom - r));
-            job.sums = sums.data() + c0;
-            project::kColumnKernels.Run(level, 0, c1 - c0, job);
-        }
         uint8_t* out = dst.Row(dstRow);
-        for (int c = 0; c < columns; ++c) out[c] = Normalised(sums[static_cast<size_t>(c)], _shift);
+        for (int s0 = 0; s0 < columns; s0 += kStrip) {
+            const int n = std::min(kStrip, columns - s0);
+            const int b0 = std::max(c0, s0), b1 = std::min(c1, s0 + n);  // inside the source
+            std::fill(sums, sums + n, 0u);
+            for (int64_t r = top; r < bottom && b0 < b1; r += kRowsPerBlock) {
+                project::ColumnJob job;
+                job.top = src.Row(static_cast<int>(r)) + x0 + b0;
+                job.pitch = src.Pitch();
+                job.rows = static_cast<int>(std::min<int64_t>(kRowsPerBlock, bottom - r));
+                job.sums = sums + (b0 - s0);
+                project::kColumnKernels.Run(level, 0, b1 - b0, job);
+            }
+            for (int c = 0; c < n; ++c) out[s0 + c] = Normalised(sums[c], _shift);
+        }
     };
 
     if (_zoneSize == 0) {

@@ -67,25 +67,29 @@ void BreakAgent::Init(Buffer* templ, Buffer* dilated, BMBORDER border, int itera
     _border = border;
     _iterations = std::max(iterations, 0);
     _xorMode = xorMode;
-    _named = std::make_unique<Named>();
+    _named.reset(new (std::nothrow) Named);  // without it every part counts as missing
 }
 
 Buffer* BreakAgent::GetBuffer(const std::string& name) const {
+    if (_named == nullptr) return nullptr;
     auto it = _named->buffers.find(name);
     return it == _named->buffers.end() ? nullptr : it->second.get();
 }
 
 ArithAgent* BreakAgent::GetArith(const std::string& name) const {
+    if (_named == nullptr) return nullptr;
     auto it = _named->ariths.find(name);
     return it == _named->ariths.end() ? nullptr : it->second.get();
 }
 
 BinMorphAgent* BreakAgent::GetMorph(const std::string& name) const {
+    if (_named == nullptr) return nullptr;
     auto it = _named->morphs.find(name);
     return it == _named->morphs.end() ? nullptr : it->second.get();
 }
 
 BinMorphOperator* BreakAgent::GetOperator(const std::string& name) const {
+    if (_named == nullptr) return nullptr;
     auto it = _named->operators.find(name);
     return it == _named->operators.end() ? nullptr : it->second.get();
 }
@@ -159,6 +163,17 @@ int BreakAgent::MakeBuffers() {
 
 int BreakAgent::PreGo(bool) {
     if (_built) return 0;
+    if (_named == nullptr) return CheckBuilt();
+    // The name tables need memory as well as the buffers: a part whose entry could not be made is missing,
+    // and the next Go tries again.
+    try {
+        return Build();
+    } catch (const std::bad_alloc&) {
+        return CheckBuilt();
+    }
+}
+
+int BreakAgent::Build() {
     if (_filmStrip) {
         const int status = FilmStripPreGo();
         if (status < 0) return status;
@@ -212,15 +227,13 @@ int BreakAgent::PreGo(bool) {
 
 // Every buffer and agent the run needs, each reported by its name when missing.
 int BreakAgent::CheckBuilt() {
+    // Allocates nothing (it also runs when memory has run out); the names fit std::string's own storage.
     bool ok = Check(_srcBuf != nullptr || _srcImage != nullptr, "break", __LINE__, "_srcBuf || _srcImage");
-    std::vector<std::string> buffers(std::begin(kBuffers), std::end(kBuffers));
-    if (Converging()) buffers.push_back("savebuf");
-    for (const std::string& name : buffers)
-        ok &= Check(GetBuffer(name) != nullptr, "break", __LINE__, name.c_str());
-    std::vector<std::string> ariths = {"arith2", "arith3", "arith4", "arith"};
-    if (!_xorMode) ariths.push_back("arith3a");
-    for (const std::string& name : ariths)
-        ok &= Check(GetArith(name) != nullptr, "break", __LINE__, name.c_str());
+    for (const char* name : kBuffers) ok &= Check(GetBuffer(name) != nullptr, "break", __LINE__, name);
+    if (Converging()) ok &= Check(GetBuffer("savebuf") != nullptr, "break", __LINE__, "savebuf");
+    for (const char* name : {"arith2", "arith3", "arith4", "arith"})
+        ok &= Check(GetArith(name) != nullptr, "break", __LINE__, name);
+    if (!_xorMode) ok &= Check(GetArith("arith3a") != nullptr, "break", __LINE__, "arith3a");
     for (const char* name :
          {"bmopUp", "bmopDown", "bmopLeft", "bmopRight", "bmopETPTL", "bmopETPBR", "bmopTFP"})
         ok &= Check(GetOperator(name) != nullptr, "break", __LINE__, name);

@@ -106,6 +106,7 @@ class OMBREL_API BreakAgent : public Agent {
     int FilmStripGo();
     void GetCounts();
     int MakeBuffers();
+    int Build();
     int CheckBuilt();
     int RunDirectional(int times);
     int RunEndPoints(int times);
