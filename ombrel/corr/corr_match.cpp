@@ -282,75 +282,171 @@ void swCorrMatchAgent::RunPlain() {
     if (_mode == 0) _corrResults->_count = static_cast<int32_t>(k);
 }
 
-// The same sums, exactly: sumI and sumI2 of every window from column sums kept over the template's rows,
-// sumTI from the multiply-add kernels. Valid only unmasked (the template's mask flag is 0).
-bool swCorrMatchAgent::RunFast() {
-    const int tw = _tw, th = _th;
-    const int x0 = _ixStart, x1 = _ixStop - 1 + tw;  // columns read: [x0, x1)
-    const int width = x1 - x0;
-    std::vector<int64_t> col, col2, pre, pre2;
+namespace {
+
+template <class T>
+void Grow(std::vector<T>& v, size_t n) {
+    if (v.size() < n) v.resize(n);
+}
+
+}  // namespace
+
+bool swCorrMatchAgent::Reserve(int width, int span, int cols) {
     try {
-        col.assign(width, 0);
-        col2.assign(width, 0);
-        pre.assign(width + 1, 0);
-        pre2.assign(width + 1, 0);
+        const size_t stride = static_cast<size_t>((_tw + 15) / 16 * 16);
+        Grow(_tplPrepared, stride * static_cast<size_t>(_th));
+        Grow(_col, width), Grow(_col2, width), Grow(_pre, width + 1), Grow(_pre2, width + 1);
+        Grow(_spanTI, span), Grow(_rowI, cols), Grow(_rowI2, cols), Grow(_rowTI, cols), Grow(_rowScore, cols);
     } catch (const std::bad_alloc&) {
         return false;
     }
+    return true;
+}
+
+// The template as the cross-row kernels take it: signed bytes t' (an unsigned byte minus 128, so that it fits
+// a signed byte; a signed byte as it is), rows padded with zeros to a multiple of 16. Then sum t*i =
+// sum t'*i + 128 * sum i for an unsigned template. Prepared at every Go: the caller may have written into
+// the template since the last one. Returns sum t'.
+int64_t swCorrMatchAgent::PrepareTemplate() {
+    const Buffer* tb = _corrTemplate->GetBuffer();
+    const int stride = (_tw + 15) / 16 * 16;
+    const bool ts = _corrTemplate->GetSigned() != 0;
+    int64_t sum = 0;
+    for (int r = 0; r < _th; ++r) {
+        const uint8_t* src = tb->Row(r);
+        int8_t* dst = _tplPrepared.data() + static_cast<size_t>(r) * stride;
+        for (int k = 0; k < _tw; ++k) {
+            dst[k] = ts ? static_cast<int8_t>(src[k]) : static_cast<int8_t>(src[k] ^ 0x80);
+            sum += dst[k];
+        }
+        std::fill(dst + _tw, dst + stride, int8_t{0});
+    }
+    return sum;
+}
+
+// sumTI of the row's positions into _rowTI: contiguous positions by the cross-row kernels (then every
+// _xStep-th kept), or one position at a time when the step is large.
+void swCorrMatchAgent::CrossSums(int iy, int cols, int span) {
+    const Isa isa = ActiveIsa();
+    if (_xStep > 8) {
+        corr::DotJob job;
+        job.t = _corrTemplate->GetBuffer()->BaseAddr();
+        job.tPitch = _corrTemplate->GetBuffer()->Pitch();
+        job.imgPitch = _srcBuf->Pitch();
+        job.rows = _th;
+        job.tSigned = _corrTemplate->GetSigned();
+        job.imgSigned = _imgSigned;
+        for (int j = 0; j < cols; ++j) {
+            job.sum = 0;
+            job.img = _srcBuf->Row(iy) + _ixStart + int64_t{j} * _xStep;
+            corr::kDotKernels.Run(isa, 0, _tw, job);
+            _rowTI[j] = job.sum;
+        }
+        return;
+    }
+    corr::CrossRowJob job;
+    job.t = _tplPrepared.data();
+    job.tw = _tw;
+    job.th = _th;
+    job.tStride = (_tw + 15) / 16 * 16;
+    job.tSum = _tplSum;
+    job.img = _srcBuf->Row(iy) + _ixStart;
+    job.imgPitch = _srcBuf->Pitch();
+    job.readable = int64_t{_srcBuf->Width()} - _ixStart;
+    job.imgSigned = _imgSigned;
+    job.out = _spanTI.data();
+    corr::kCrossRowKernels.Run(isa, 0, span, job);
+    const int64_t offset = _corrTemplate->GetSigned() ? 0 : 128;
+    for (int j = 0; j < cols; ++j) _rowTI[j] = _spanTI[static_cast<size_t>(j) * _xStep] + offset * _rowI[j];
+}
+
+// Scores the row's positions and keeps them: list entries in raster order, and the best point.
+void swCorrMatchAgent::KeepRow(int iy, int cols, int64_t* k) {
+    corr::ScoreJob sj;
+    sj.sumI = _rowI.data();
+    sj.sumI2 = _rowI2.data();
+    sj.sumTI = _rowTI.data();
+    sj.score = _rowScore.data();
+    sj.count = _corrTemplate->GetCount();
+    sj.sum = _corrTemplate->GetSum();
+    sj.sumSq = _corrTemplate->GetSumSq();
+    sj.positionOnly = _positionOnly;
+    corr::kScoreKernels.Run(ActiveIsa(), 0, cols, sj);
+    const Point hot = _corrTemplate->GetHotSpot();
+    const int y = hot.y + iy;
+    for (int j = 0; j < cols; ++j) {
+        const double s = _rowScore[j];
+        const int x = hot.x + static_cast<int>(_ixStart + int64_t{j} * _xStep);
+        if (_mode == 0) {
+            CorrPoint* pt = &_corrResults->_corrPtList[*k];
+            _corrResults->_sortedCorrPtList[(*k)++] = pt;
+            pt->_pos = Point{x, y};
+            pt->_score = s;
+            pt->_sumI = static_cast<double>(_rowI[j]);
+            pt->_sumI2 = static_cast<double>(_rowI2[j]);
+            pt->_sumTI = static_cast<double>(_rowTI[j]);
+            pt->_user1 = pt->_user2 = 0;
+            pt->_positionOnly = _positionOnly;
+        }
+        if ((s == 0.0 && _best->_score == 0.0) || _best->_score < s) {
+            _best->_pos = Point{x, y};
+            _best->_score = s;
+            _best->_sumI = static_cast<double>(_rowI[j]);
+            _best->_sumI2 = static_cast<double>(_rowI2[j]);
+            _best->_sumTI = static_cast<double>(_rowTI[j]);
+        }
+    }
+}
+
+// The same sums, exactly: sumI and sumI2 of every window from column sums kept over the template's rows,
+// sumTI from the cross-row kernels, scores from the score kernels (CorrScore's doubles). Valid only
+// unmasked (the template's mask flag is 0).
+bool swCorrMatchAgent::RunFast() {
+    const int tw = _tw, th = _th;
+    const int x0 = _ixStart;
+    const int span = _ixStop - _ixStart;  // positions of a row at step 1
+    const int width = span - 1 + tw;      // columns read: [x0, x0 + width)
+    const int cols = Columns();
+    if (!Reserve(width, span, cols)) return false;
+    _tplSum = PrepareTemplate();
+    int64_t* col = _col.data();
+    int64_t* col2 = _col2.data();
+    int64_t* pre = _pre.data();
+    int64_t* pre2 = _pre2.data();
     const bool is = _imgSigned != 0;
-    const auto pixel = [is](uint8_t b) { return is ? int64_t{static_cast<int8_t>(b)} : int64_t{b}; };
     const auto addRow = [&](int y, int sign) {
         const uint8_t* r = _srcBuf->Row(y) + x0;
         for (int x = 0; x < width; ++x) {
-            const int64_t v = pixel(r[x]);
+            const int64_t v = is ? int64_t{static_cast<int8_t>(r[x])} : int64_t{r[x]};
             col[x] += sign * v;
             col2[x] += sign * v * v;
         }
     };
-    const Isa isa = ActiveIsa();
-    const uint8_t* tpl = _corrTemplate->GetBuffer()->BaseAddr();
-    const int64_t tp = _corrTemplate->GetBuffer()->Pitch();
-    const int32_t count = _corrTemplate->GetCount();
-    const double tSum = _corrTemplate->GetSum(), tSumSq = _corrTemplate->GetSumSq();
-    corr::DotJob job;
-    job.t = tpl;
-    job.tPitch = tp;
-    job.imgPitch = _srcBuf->Pitch();
-    job.rows = th;
-    job.tSigned = _corrTemplate->GetSigned();
-    job.imgSigned = _imgSigned;
     int64_t k = 0;
     int windowTop = -1;  // rows [windowTop, windowTop + th) are in col
-    CorrPoint local;
     for (int64_t y64 = _iyStart; y64 < _iyStop; y64 += _yStep) {  // 64-bit: steps may be huge
         const int iy = static_cast<int>(y64);
         if (windowTop >= 0 && iy - windowTop < th) {
             for (int y = windowTop; y < iy; ++y) addRow(y, -1);
             for (int y = windowTop + th; y < iy + th; ++y) addRow(y, 1);
         } else {
-            std::fill(col.begin(), col.end(), 0);
-            std::fill(col2.begin(), col2.end(), 0);
+            std::fill(col, col + width, 0);
+            std::fill(col2, col2 + width, 0);
             for (int y = iy; y < iy + th; ++y) addRow(y, 1);
         }
         windowTop = iy;
+        pre[0] = pre2[0] = 0;
         for (int x = 0; x < width; ++x) {
             pre[x + 1] = pre[x] + col[x];
             pre2[x + 1] = pre2[x] + col2[x];
         }
-        for (int64_t x64 = _ixStart; x64 < _ixStop; x64 += _xStep) {
-            const int ix = static_cast<int>(x64);
-            CorrPoint* pt = _mode == 0 ? NextPoint(k++) : &(local = CorrPoint());
-            pt->_positionOnly = _positionOnly;
-            const int a = ix - x0;
-            job.sum = 0;
-            job.img = _srcBuf->Row(iy) + ix;
-            corr::kDotKernels.Run(isa, 0, tw, job);
-            pt->_sumI = static_cast<double>(pre[a + tw] - pre[a]);
-            pt->_sumI2 = static_cast<double>(pre2[a + tw] - pre2[a]);
-            pt->_sumTI = static_cast<double>(job.sum);
-            const double s = CorrScore(pt->_sumI, pt->_sumI2, pt->_sumTI, count, tSum, tSumSq, _positionOnly);
-            Visit(pt, ix, iy, s);
+        for (int j = 0; j < cols; ++j) {
+            const size_t a = static_cast<size_t>(j) * _xStep;
+            _rowI[j] = pre[a + tw] - pre[a];
+            _rowI2[j] = pre2[a + tw] - pre2[a];
         }
+        CrossSums(iy, cols, span);
+        KeepRow(iy, cols, &k);
     }
     if (_mode == 0) _corrResults->_count = static_cast<int32_t>(k);
     return true;

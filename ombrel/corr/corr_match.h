@@ -136,10 +136,20 @@ class OMBREL_API swCorrMatchAgent : public CorrMatchAgent {
 
   private:
     bool RunFast();
+    bool Reserve(int width, int span, int cols);
+    int64_t PrepareTemplate();
+    void CrossSums(int iy, int cols, int span);
+    void KeepRow(int iy, int cols, int64_t* k);
     void RunPlain();
     void Score(CorrPoint* pt, int ix, int iy);
     void Visit(CorrPoint* pt, int ix, int iy, double score);
     CorrPoint* NextPoint(int64_t k);
+
+    // Working rows of the fast path, grown on the first Go that needs them and reused after.
+    std::vector<int8_t> _tplPrepared;  // template bytes as the cross-row kernels take them
+    std::vector<int64_t> _col, _col2, _pre, _pre2, _spanTI, _rowI, _rowI2, _rowTI;
+    std::vector<double> _rowScore;
+    int64_t _tplSum = 0;  // sum of the prepared template bytes
 };
 
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, CorrTemplate* tpl, CorrResult* result, int imgSigned,
