@@ -42,8 +42,8 @@ int Dot(int begin, int end, DotJob& job);
 
 extern const KernelFamily<DotKernel> kDotKernels;
 
-// A row of positions in one call: for every position x in [begin, end),
-//     out[x] = sum over r < th, k < tw of t[r * tStride + k] * image(x + k, r)
+// Rows of positions in one call: for every output row j < outRows and position x in [begin, end),
+//     out[j * outStride + x] = sum over r < th, k < tw of t[r * tStride + k] * image(x + k, j * rowStep + r)
 // with the prepared template t in signed bytes and image bytes read as signed or unsigned per the flag. The
 // caller prepares t once per run (unsigned template bytes minus 128, signed ones as they are; zeros from tw
 // to tStride, a multiple of 16) and guarantees `readable` >= end - 1 + tw bytes in every image row from img.
@@ -57,6 +57,9 @@ struct CrossRowJob {
     int64_t imgPitch = 0;
     int64_t readable = 0;
     int32_t imgSigned = 0;
+    int32_t outRows = 1;
+    int32_t rowStep = 1;
+    int64_t outStride = 0;
     int64_t* out = nullptr;
 };
 

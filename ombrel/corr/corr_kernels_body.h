@@ -50,11 +50,18 @@ struct DotBody {
     // A row of positions, one position at a time: the vector body takes the whole vectors of each template
     // row and the reference arithmetic the columns after them.
     static int CrossRow(int begin, int end, const CrossRowJob& job) {
+        for (int j = 0; j < job.outRows; ++j)
+            CrossRowOne(begin, end, job, job.img + int64_t{j} * job.rowStep * job.imgPitch,
+                        job.out + j * job.outStride);
+        return end < begin ? begin : end;
+    }
+
+    static void CrossRowOne(int begin, int end, const CrossRowJob& job, const uint8_t* img, int64_t* out) {
         for (int x = begin; x < end; ++x) {
             DotJob d;
             d.t = reinterpret_cast<const uint8_t*>(job.t);
             d.tPitch = job.tStride;
-            d.img = job.img + x;
+            d.img = img + x;
             d.imgPitch = job.imgPitch;
             d.rows = job.th;
             d.tSigned = 1;
@@ -68,9 +75,8 @@ struct DotBody {
                     d.sum += int32_t{tr[k]} * i;
                 }
             }
-            job.out[x] = d.sum;
+            out[x] = d.sum;
         }
-        return end < begin ? begin : end;
     }
 };
 

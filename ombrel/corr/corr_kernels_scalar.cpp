@@ -23,17 +23,19 @@ int Dot(int begin, int end, DotJob& job) {
 }
 
 int CrossRow(int begin, int end, const CrossRowJob& job) {
-    for (int x = begin; x < end; ++x) {
-        int64_t sum = 0;
-        for (int r = 0; r < job.th; ++r) {
-            const int8_t* tr = job.t + int64_t{r} * job.tStride;
-            const uint8_t* ir = job.img + r * job.imgPitch + x;
-            for (int k = 0; k < job.tw; ++k) {
-                const int32_t i = job.imgSigned ? int32_t{static_cast<int8_t>(ir[k])} : int32_t{ir[k]};
-                sum += int32_t{tr[k]} * i;
+    for (int j = 0; j < job.outRows; ++j) {
+        for (int x = begin; x < end; ++x) {
+            int64_t sum = 0;
+            for (int r = 0; r < job.th; ++r) {
+                const int8_t* tr = job.t + int64_t{r} * job.tStride;
+                const uint8_t* ir = job.img + (int64_t{j} * job.rowStep + r) * job.imgPitch + x;
+                for (int k = 0; k < job.tw; ++k) {
+                    const int32_t i = job.imgSigned ? int32_t{static_cast<int8_t>(ir[k])} : int32_t{ir[k]};
+                    sum += int32_t{tr[k]} * i;
+                }
             }
+            job.out[j * job.outStride + x] = sum;
         }
-        job.out[x] = sum;
     }
     return end < begin ? begin : end;
 }

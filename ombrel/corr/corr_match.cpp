@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "ombrel/corr/corr_kernels.h"
 #include "ombrel/framework/factory.h"
@@ -28,9 +30,102 @@ int CorrResultCompare(const void* a, const void* b) {
     return -1;
 }
 
+namespace {
+
+// A 64-bit key that orders as the scores do, descending: larger score, smaller key; -0 and +0 alike.
+uint64_t DescendingKey(double score) {
+    uint64_t bits;
+    std::memcpy(&bits, &score, sizeof bits);
+    if (score == 0.0) bits = 0;
+    const uint64_t ascending = (bits >> 63) != 0 ? ~bits : bits | (uint64_t{1} << 63);
+    return ~ascending;
+}
+
+// Stable radix sort of 64-bit words by their high 32 bits, eleven bits a pass; a pass whose digit is the
+// same in every word moves nothing and is skipped. Returns where the result is, a or b.
+uint64_t* RadixByHigh32(uint64_t* a, uint64_t* b, size_t n, uint32_t* counts) {
+    constexpr int kDigits[3][2] = {{32, 11}, {43, 11}, {54, 10}};  // shift, bits
+    for (const auto& digit : kDigits) {
+        const int shift = digit[0];
+        const uint64_t mask = (uint64_t{1} << digit[1]) - 1;
+        std::fill(counts, counts + mask + 1, 0u);
+        for (size_t k = 0; k < n; ++k) ++counts[(a[k] >> shift) & mask];
+        if (counts[(a[0] >> shift) & mask] == n) continue;
+        uint32_t start = 0;
+        for (size_t d = 0; d <= mask; ++d) start += std::exchange(counts[d], start);
+        for (size_t k = 0; k < n; ++k) b[counts[(a[k] >> shift) & mask]++] = a[k];
+        std::swap(a, b);
+    }
+    return a;
+}
+
+// Orders a run of words (key high halves equal, list indices ascending) by the keys' low halves, ties
+// keeping index order: by insertion when short, else by sorting (low half, index) words, whose order is
+// exactly that. `scratch` holds at least `length` words.
+void SortRun(uint64_t* words, size_t length, const uint64_t* keys, uint64_t* scratch) {
+    const auto low = [keys](uint64_t w) { return static_cast<uint32_t>(keys[static_cast<uint32_t>(w)]); };
+    if (length <= 32) {
+        for (size_t k = 1; k < length; ++k) {
+            const uint64_t w = words[k];
+            const uint32_t key = low(w);
+            size_t m = k;
+            for (; m > 0 && low(words[m - 1]) > key; --m) words[m] = words[m - 1];
+            words[m] = w;
+        }
+        return;
+    }
+    bool equal = true;
+    for (size_t k = 1; k < length && equal; ++k) equal = low(words[k]) == low(words[0]);
+    if (equal) return;
+    for (size_t k = 0; k < length; ++k)
+        scratch[k] = (uint64_t{low(words[k])} << 32) | static_cast<uint32_t>(words[k]);
+    std::sort(scratch, scratch + length);
+    for (size_t k = 0; k < length; ++k)
+        words[k] = (words[k] & ~uint64_t{0xffffffff}) | static_cast<uint32_t>(scratch[k]);
+}
+
+// The order qsort with CorrResultCompare gives here (the C library sorts by merging, which keeps equal
+// scores in their order): descending score, ties in list order. A stable radix sort of (high key half,
+// list index) words, then each run of equal high halves by the low halves. keys[k] is DescendingKey of
+// entry k; a and b hold n words each. Returns the sorted words (list index in the low half), in a or b.
+uint64_t* SortIndicesByScore(const uint64_t* keys, uint64_t* a, uint64_t* b, size_t n) {
+    uint32_t counts[2048];
+    for (size_t k = 0; k < n; ++k) a[k] = (keys[k] & ~uint64_t{0xffffffff}) | k;
+    uint64_t* sorted = RadixByHigh32(a, b, n, counts);
+    uint64_t* scratch = sorted == a ? b : a;
+    for (size_t first = 0; first < n;) {
+        size_t last = first + 1;
+        while (last < n && (sorted[last] >> 32) == (sorted[first] >> 32)) ++last;
+        if (last - first > 1) SortRun(&sorted[first], last - first, keys, scratch);
+        first = last;
+    }
+    return sorted;
+}
+
+// The list sorted as qsort sorts it; false, with the list untouched, where that order is not defined (a
+// null entry or a NaN score compares equal to everything) or memory is short.
+bool StableSortByScore(CorrPoint** list, int32_t count) {
+    const size_t n = static_cast<size_t>(count);
+    std::unique_ptr<uint64_t[]> keys(new (std::nothrow) uint64_t[n]), a(new (std::nothrow) uint64_t[n]),
+        b(new (std::nothrow) uint64_t[n]);
+    std::unique_ptr<CorrPoint*[]> old(new (std::nothrow) CorrPoint*[n]);
+    if (!keys || !a || !b || !old) return false;
+    for (size_t k = 0; k < n; ++k) {
+        if (list[k] == nullptr || std::isnan(list[k]->_score)) return false;
+        keys[k] = DescendingKey(list[k]->_score);
+    }
+    const uint64_t* sorted = SortIndicesByScore(keys.get(), a.get(), b.get(), n);
+    std::memcpy(old.get(), list, n * sizeof(CorrPoint*));
+    for (size_t k = 0; k < n; ++k) list[k] = old[static_cast<uint32_t>(sorted[k])];
+    return true;
+}
+
+}  // namespace
+
 void CorrResult::Sort() {
     if (_sortedCorrPtList == nullptr || _count <= 0) return;
-    std::qsort(_sortedCorrPtList, static_cast<size_t>(_count), sizeof(CorrPoint*), CorrResultCompare);
+    if (!StableSortByScore(_sortedCorrPtList, _count))
+        std::qsort(_sortedCorrPtList, static_cast<size_t>(_count), sizeof(CorrPoint*), CorrResultCompare);
 }
 
 void CorrResult::FreeLists() {
@@ -284,6 +379,8 @@ void swCorrMatchAgent::RunPlain() {
 
 namespace {
 
+constexpr int kRowsAtOnce = 4;  // output rows per cross-row kernel call
+
 template <class T>
 void Grow(std::vector<T>& v, size_t n) {
     if (v.size() < n) v.resize(n);
@@ -293,10 +390,15 @@ void Grow(std::vector<T>& v, size_t n) {
 
 bool swCorrMatchAgent::Reserve(int width, int span, int cols) {
     try {
+        if (_mode == 0) {
+            const size_t n = static_cast<size_t>(Rows()) * static_cast<size_t>(cols);
+            Grow(_sortKeys, n), Grow(_sortA, n), Grow(_sortB, n);
+        }
         const size_t stride = static_cast<size_t>((_tw + 15) / 16 * 16);
         Grow(_tplPrepared, stride * static_cast<size_t>(_th));
         Grow(_col, width), Grow(_col2, width), Grow(_pre, width + 1), Grow(_pre2, width + 1);
-        Grow(_spanTI, span), Grow(_rowI, cols), Grow(_rowI2, cols), Grow(_rowTI, cols), Grow(_rowScore, cols);
+        Grow(_spanTI, size_t{kRowsAtOnce} * span), Grow(_rowI, cols), Grow(_rowI2, cols), Grow(_rowTI, cols),
+            Grow(_rowScore, cols);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -324,26 +426,9 @@ int64_t swCorrMatchAgent::PrepareTemplate() {
     return sum;
 }
 
-// sumTI of the row's positions into _rowTI: contiguous positions by the cross-row kernels (then every
-// _xStep-th kept), or one position at a time when the step is large.
-void swCorrMatchAgent::CrossSums(int iy, int cols, int span) {
-    const Isa isa = ActiveIsa();
-    if (_xStep > 8) {
-        corr::DotJob job;
-        job.t = _corrTemplate->GetBuffer()->BaseAddr();
-        job.tPitch = _corrTemplate->GetBuffer()->Pitch();
-        job.imgPitch = _srcBuf->Pitch();
-        job.rows = _th;
-        job.tSigned = _corrTemplate->GetSigned();
-        job.imgSigned = _imgSigned;
-        for (int j = 0; j < cols; ++j) {
-            job.sum = 0;
-            job.img = _srcBuf->Row(iy) + _ixStart + int64_t{j} * _xStep;
-            corr::kDotKernels.Run(isa, 0, _tw, job);
-            _rowTI[j] = job.sum;
-        }
-        return;
-    }
+// sumTI of `rows` output rows from iy (step _yStep), contiguous positions, into _spanTI (one row of span
+// values after another) by the cross-row kernels.
+void swCorrMatchAgent::CrossSpans(int iy, int rows, int span) {
     corr::CrossRowJob job;
     job.t = _tplPrepared.data();
     job.tw = _tw;
@@ -354,10 +439,35 @@ void swCorrMatchAgent::CrossSums(int iy, int cols, int span) {
     job.imgPitch = _srcBuf->Pitch();
     job.readable = int64_t{_srcBuf->Width()} - _ixStart;
     job.imgSigned = _imgSigned;
+    job.outRows = rows;
+    job.rowStep = rows > 1 ? _yStep : 1;
+    job.outStride = span;
     job.out = _spanTI.data();
-    corr::kCrossRowKernels.Run(isa, 0, span, job);
+    corr::kCrossRowKernels.Run(ActiveIsa(), 0, span, job);
+}
+
+// sumTI of the row's positions into _rowTI: from row j of _spanTI (every _xStep-th position), or one
+// position at a time when the step is large.
+void swCorrMatchAgent::CrossSums(int iy, int cols, int span, int j) {
+    if (_xStep > 8) {
+        corr::DotJob job;
+        job.t = _corrTemplate->GetBuffer()->BaseAddr();
+        job.tPitch = _corrTemplate->GetBuffer()->Pitch();
+        job.imgPitch = _srcBuf->Pitch();
+        job.rows = _th;
+        job.tSigned = _corrTemplate->GetSigned();
+        job.imgSigned = _imgSigned;
+        for (int c = 0; c < cols; ++c) {
+            job.sum = 0;
+            job.img = _srcBuf->Row(iy) + _ixStart + int64_t{c} * _xStep;
+            corr::kDotKernels.Run(ActiveIsa(), 0, _tw, job);
+            _rowTI[c] = job.sum;
+        }
+        return;
+    }
     const int64_t offset = _corrTemplate->GetSigned() ? 0 : 128;
-    for (int j = 0; j < cols; ++j) _rowTI[j] = _spanTI[static_cast<size_t>(j) * _xStep] + offset * _rowI[j];
+    const int64_t* spanTI = _spanTI.data() + static_cast<size_t>(j) * span;
+    for (int c = 0; c < cols; ++c) _rowTI[c] = spanTI[static_cast<size_t>(c) * _xStep] + offset * _rowI[c];
 }
 
 // Scores the row's positions and keeps them: list entries in raster order, and the best point.
@@ -378,8 +488,7 @@ void swCorrMatchAgent::KeepRow(int iy, int cols, int64_t* k) {
         const double s = _rowScore[j];
         const int x = hot.x + static_cast<int>(_ixStart + int64_t{j} * _xStep);
         if (_mode == 0) {
-            CorrPoint* pt = &_corrResults->_corrPtList[*k];
-            _corrResults->_sortedCorrPtList[(*k)++] = pt;
+            CorrPoint* pt = &_corrResults->_corrPtList[(*k)++];  // the sorted list is written by Go
             pt->_pos = Point{x, y};
             pt->_score = s;
             pt->_sumI = static_cast<double>(_rowI[j]);
@@ -387,6 +496,7 @@ void swCorrMatchAgent::KeepRow(int iy, int cols, int64_t* k) {
             pt->_sumTI = static_cast<double>(_rowTI[j]);
             pt->_user1 = pt->_user2 = 0;
             pt->_positionOnly = _positionOnly;
+            _sortKeys[*k - 1] = DescendingKey(s);
         }
         if ((s == 0.0 && _best->_score == 0.0) || _best->_score < s) {
             _best->_pos = Point{x, y};
@@ -423,7 +533,8 @@ bool swCorrMatchAgent::RunFast() {
         }
     };
     int64_t k = 0;
-    int windowTop = -1;  // rows [windowTop, windowTop + th) are in col
+    int batchRows = 0, batchLeft = 0;  // output rows in _spanTI, and those not used yet
+    int windowTop = -1;                // rows [windowTop, windowTop + th) are in col
     for (int64_t y64 = _iyStart; y64 < _iyStop; y64 += _yStep) {  // 64-bit: steps may be huge
         const int iy = static_cast<int>(y64);
         if (windowTop >= 0 && iy - windowTop < th) {
@@ -445,7 +556,15 @@ bool swCorrMatchAgent::RunFast() {
             _rowI[j] = pre[a + tw] - pre[a];
             _rowI2[j] = pre2[a + tw] - pre2[a];
         }
-        CrossSums(iy, cols, span);
+        // The cross sums of several output rows in one kernel call, which shares their image rows.
+        if (batchLeft == 0 && _xStep <= 8) {
+            const int64_t remaining = (int64_t{_iyStop} - iy + _yStep - 1) / _yStep;
+            const int rows = static_cast<int>(std::min<int64_t>(remaining, kRowsAtOnce));
+            CrossSpans(iy, rows, span);
+            batchRows = batchLeft = rows;
+        }
+        const int j = _xStep <= 8 ? batchRows - batchLeft-- : 0;
+        CrossSums(iy, cols, span, j);
         KeepRow(iy, cols, &k);
     }
     if (_mode == 0) _corrResults->_count = static_cast<int32_t>(k);
@@ -468,7 +587,19 @@ int swCorrMatchAgent::Go() {
     } else {
         _positionOnly = 0;
     }
-    if (_corrTemplate->GetMask() != 0 || !RunFast()) RunPlain();
+    if (_corrTemplate->GetMask() == 0 && RunFast()) {
+        // The list is in raster order and the keys of its scores are at hand: the order Sort() gives,
+        // without reading every entry back.
+        if (_mode == 0) {
+            const size_t n = static_cast<size_t>(_corrResults->_count);
+            const uint64_t* sorted = SortIndicesByScore(_sortKeys.data(), _sortA.data(), _sortB.data(), n);
+            for (size_t k = 0; k < n; ++k)
+                _corrResults->_sortedCorrPtList[k] =
+                    &_corrResults->_corrPtList[static_cast<uint32_t>(sorted[k])];
+        }
+        return 0;
+    }
+    RunPlain();
     if (_mode == 0) _corrResults->Sort();
     return 0;
 }

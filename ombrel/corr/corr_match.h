@@ -138,7 +138,8 @@ class OMBREL_API swCorrMatchAgent : public CorrMatchAgent {
     bool RunFast();
     bool Reserve(int width, int span, int cols);
     int64_t PrepareTemplate();
-    void CrossSums(int iy, int cols, int span);
+    void CrossSpans(int iy, int rows, int span);
+    void CrossSums(int iy, int cols, int span, int j);
     void KeepRow(int iy, int cols, int64_t* k);
     void RunPlain();
     void Score(CorrPoint* pt, int ix, int iy);
@@ -149,7 +150,8 @@ class OMBREL_API swCorrMatchAgent : public CorrMatchAgent {
     std::vector<int8_t> _tplPrepared;  // template bytes as the cross-row kernels take them
     std::vector<int64_t> _col, _col2, _pre, _pre2, _spanTI, _rowI, _rowI2, _rowTI;
     std::vector<double> _rowScore;
-    int64_t _tplSum = 0;  // sum of the prepared template bytes
+    std::vector<uint64_t> _sortKeys, _sortA, _sortB;  // list mode: the scores' sort keys and sort space
+    int64_t _tplSum = 0;                              // sum of the prepared template bytes
 };
 
 OMBREL_API CorrMatchAgent* CorrMatchFact(Buffer* src, CorrTemplate* tpl, CorrResult* result, int imgSigned,
