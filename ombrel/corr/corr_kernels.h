@@ -83,6 +83,28 @@ int CrossRow(int begin, int end, const CrossRowJob& job);
 
 extern const KernelFamily<CrossRowKernel> kCrossRowKernels;
 
+// Column sums of the window rows, moved down: for x in [begin, end),
+//     col[x] += i(add[x]) - i(sub[x]),  col2[x] += i(add[x])^2 - i(sub[x])^2
+// with i() the byte read as signed or unsigned per the flag; a null sub row subtracts nothing.
+struct ColumnJob {
+    const uint8_t* add = nullptr;
+    const uint8_t* sub = nullptr;
+    int64_t* col = nullptr;
+    int64_t* col2 = nullptr;
+    int32_t imgSigned = 0;
+};
+
+using ColumnKernel = int(int begin, int end, const ColumnJob& job);
+
+namespace scalar {
+int Column(int begin, int end, const ColumnJob& job);
+}
+namespace avx512 {
+int Column(int begin, int end, const ColumnJob& job);
+}
+
+extern const KernelFamily<ColumnKernel> kColumnKernels;
+
 // Scores of a row of positions from their exact sums: score[x] is exactly what CorrScore gives for
 // (sumI[x], sumI2[x], sumTI[x]) and the template statistics, bit for bit (same operations, same order).
 struct ScoreJob {

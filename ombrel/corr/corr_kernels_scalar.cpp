@@ -40,6 +40,18 @@ int CrossRow(int begin, int end, const CrossRowJob& job) {
     return end < begin ? begin : end;
 }
 
+int Column(int begin, int end, const ColumnJob& job) {
+    const auto value = [&job](uint8_t b) {
+        return job.imgSigned ? int64_t{static_cast<int8_t>(b)} : int64_t{b};
+    };
+    for (int x = begin; x < end; ++x) {
+        const int64_t a = value(job.add[x]), s = job.sub != nullptr ? value(job.sub[x]) : 0;
+        job.col[x] += a - s;
+        job.col2[x] += a * a - s * s;
+    }
+    return end < begin ? begin : end;
+}
+
 int Score(int begin, int end, const ScoreJob& job) {
     for (int x = begin; x < end; ++x)
         job.score[x] =
@@ -53,6 +65,7 @@ int Score(int begin, int end, const ScoreJob& job) {
 const KernelFamily<DotKernel> kDotKernels{&scalar::Dot, &sse2::Dot, &avx2::Dot, &avx512::Dot};
 const KernelFamily<CrossRowKernel> kCrossRowKernels{&scalar::CrossRow, &sse2::CrossRow, &avx2::CrossRow,
                                                     &avx512::CrossRow, &avx512vnni::CrossRow};
+const KernelFamily<ColumnKernel> kColumnKernels{&scalar::Column, nullptr, nullptr, &avx512::Column};
 const KernelFamily<ScoreKernel> kScoreKernels{&scalar::Score, nullptr, nullptr, &avx512::Score};
 
 }  // namespace ombrel::corr

@@ -396,7 +396,7 @@ bool swCorrMatchAgent::Reserve(int width, int span, int cols) {
         }
         const size_t stride = static_cast<size_t>((_tw + 15) / 16 * 16);
         Grow(_tplPrepared, stride * static_cast<size_t>(_th));
-        Grow(_col, width), Grow(_col2, width), Grow(_pre, width + 1), Grow(_pre2, width + 1);
+        Grow(_col, width), Grow(_col2, width), Grow(_winI, span), Grow(_winI2, span);
         Grow(_spanTI, size_t{kRowsAtOnce} * span), Grow(_rowI, cols), Grow(_rowI2, cols), Grow(_rowTI, cols),
             Grow(_rowScore, cols);
     } catch (const std::bad_alloc&) {
@@ -484,6 +484,10 @@ void swCorrMatchAgent::KeepRow(int iy, int cols, int64_t* k) {
     corr::kScoreKernels.Run(ActiveIsa(), 0, cols, sj);
     const Point hot = _corrTemplate->GetHotSpot();
     const int y = hot.y + iy;
+    if (_mode == 1) {
+        KeepBestOfRow(hot.x, y, cols);
+        return;
+    }
     for (int j = 0; j < cols; ++j) {
         const double s = _rowScore[j];
         const int x = hot.x + static_cast<int>(_ixStart + int64_t{j} * _xStep);
@@ -508,6 +512,54 @@ void swCorrMatchAgent::KeepRow(int iy, int cols, int64_t* k) {
     }
 }
 
+// The best-point rule over a row at once. Scores are never negative or NaN, so visiting the row in order
+// ends with: the first position of the row's maximum m when m > best; the row's last position when m and
+// best are both 0 (every zero replaces a zero best); else the best as it was.
+void swCorrMatchAgent::KeepBestOfRow(int hotX, int y, int cols) {
+    const double* score = _rowScore.data();
+    double m0 = 0.0, m1 = 0.0, m2 = 0.0, m3 = 0.0;  // four chains: a max waits on the one before
+    int j = 0;
+    for (; j + 4 <= cols; j += 4) {
+        m0 = std::max(m0, score[j]);
+        m1 = std::max(m1, score[j + 1]);
+        m2 = std::max(m2, score[j + 2]);
+        m3 = std::max(m3, score[j + 3]);
+    }
+    for (; j < cols; ++j) m0 = std::max(m0, score[j]);
+    const double m = std::max(std::max(m0, m1), std::max(m2, m3));
+    int at = -1;
+    if (_best->_score < m)
+        at = static_cast<int>(std::find(score, score + cols, m) - score);
+    else if (m == 0.0 && _best->_score == 0.0 && cols > 0)
+        at = cols - 1;
+    if (at < 0) return;
+    _best->_pos = Point{hotX + static_cast<int>(_ixStart + int64_t{at} * _xStep), y};
+    _best->_score = score[at];
+    _best->_sumI = static_cast<double>(_rowI[at]);
+    _best->_sumI2 = static_cast<double>(_rowI2[at]);
+    _best->_sumTI = static_cast<double>(_rowTI[at]);
+}
+
+// sumI and sumI2 of the row's positions from the column sums: a window of tw columns slid along the row
+// (one add and one subtract a position), every _xStep-th kept.
+void swCorrMatchAgent::WindowSums(const int64_t* col, const int64_t* col2, int tw, int span, int cols) {
+    int64_t* wI = _xStep == 1 ? _rowI.data() : _winI.data();
+    int64_t* wI2 = _xStep == 1 ? _rowI2.data() : _winI2.data();
+    int64_t s = 0, s2 = 0;
+    for (int k = 0; k < tw; ++k) s += col[k], s2 += col2[k];
+    wI[0] = s, wI2[0] = s2;
+    for (int x = 1; x < span; ++x) {
+        s += col[x + tw - 1] - col[x - 1];
+        s2 += col2[x + tw - 1] - col2[x - 1];
+        wI[x] = s, wI2[x] = s2;
+    }
+    if (_xStep == 1) return;
+    for (int j = 0; j < cols; ++j) {
+        _rowI[j] = wI[static_cast<size_t>(j) * _xStep];
+        _rowI2[j] = wI2[static_cast<size_t>(j) * _xStep];
+    }
+}
+
 // The same sums, exactly: sumI and sumI2 of every window from column sums kept over the template's rows,
 // sumTI from the cross-row kernels, scores from the score kernels (CorrScore's doubles). Valid only
 // unmasked (the template's mask flag is 0).
@@ -521,16 +573,15 @@ bool swCorrMatchAgent::RunFast() {
     _tplSum = PrepareTemplate();
     int64_t* col = _col.data();
     int64_t* col2 = _col2.data();
-    int64_t* pre = _pre.data();
-    int64_t* pre2 = _pre2.data();
-    const bool is = _imgSigned != 0;
-    const auto addRow = [&](int y, int sign) {
-        const uint8_t* r = _srcBuf->Row(y) + x0;
-        for (int x = 0; x < width; ++x) {
-            const int64_t v = is ? int64_t{static_cast<int8_t>(r[x])} : int64_t{r[x]};
-            col[x] += sign * v;
-            col2[x] += sign * v * v;
-        }
+    const Isa isa = ActiveIsa();
+    corr::ColumnJob cj;
+    cj.col = col;
+    cj.col2 = col2;
+    cj.imgSigned = _imgSigned;
+    const auto moveRow = [&](int addY, int subY) {  // subY < 0: nothing leaves
+        cj.add = _srcBuf->Row(addY) + x0;
+        cj.sub = subY >= 0 ? _srcBuf->Row(subY) + x0 : nullptr;
+        corr::kColumnKernels.Run(isa, 0, width, cj);
     };
     int64_t k = 0;
     int batchRows = 0, batchLeft = 0;  // output rows in _spanTI, and those not used yet
@@ -538,24 +589,14 @@ bool swCorrMatchAgent::RunFast() {
     for (int64_t y64 = _iyStart; y64 < _iyStop; y64 += _yStep) {  // 64-bit: steps may be huge
         const int iy = static_cast<int>(y64);
         if (windowTop >= 0 && iy - windowTop < th) {
-            for (int y = windowTop; y < iy; ++y) addRow(y, -1);
-            for (int y = windowTop + th; y < iy + th; ++y) addRow(y, 1);
+            for (int y = windowTop; y < iy; ++y) moveRow(y + th, y);
         } else {
             std::fill(col, col + width, 0);
             std::fill(col2, col2 + width, 0);
-            for (int y = iy; y < iy + th; ++y) addRow(y, 1);
+            for (int y = iy; y < iy + th; ++y) moveRow(y, -1);
         }
         windowTop = iy;
-        pre[0] = pre2[0] = 0;
-        for (int x = 0; x < width; ++x) {
-            pre[x + 1] = pre[x] + col[x];
-            pre2[x + 1] = pre2[x] + col2[x];
-        }
-        for (int j = 0; j < cols; ++j) {
-            const size_t a = static_cast<size_t>(j) * _xStep;
-            _rowI[j] = pre[a + tw] - pre[a];
-            _rowI2[j] = pre2[a + tw] - pre2[a];
-        }
+        WindowSums(col, col2, tw, span, cols);
         // The cross sums of several output rows in one kernel call, which shares their image rows.
         if (batchLeft == 0 && _xStep <= 8) {
             const int64_t remaining = (int64_t{_iyStop} - iy + _yStep - 1) / _yStep;

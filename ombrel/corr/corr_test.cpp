@@ -385,6 +385,39 @@ TEST_P(CorrMatchIsa, LargeTemplateMatchEqualsThePlainLoop) {
     }
 }
 
+// Single-point mode keeps the best by the visiting rule, row by row or not: flat parts (every score 0, the
+// latest kept), a flat start followed by a pattern, and two equal copies (the first kept).
+TEST_P(CorrMatchIsa, SinglePointBestFollowsTheVisitingRule) {
+    auto pattern = testing::RandomImage(9, 7, 41);
+    for (int scene = 0; scene < 3; ++scene) {
+        auto img = testing::FilledImage(80, 50, 90);
+        if (scene > 0) Paste(*img, *pattern, 30, 20);
+        if (scene > 1) Paste(*img, *pattern, 60, 35);
+        CorrTemplate t(pattern.get(), 0);
+        for (int xs = 1; xs <= 2; ++xs) {
+            CorrPoint best;
+            swCorrMatchAgent agent(img.get(), &t, &best, 0, 0, xs, 1);
+            ASSERT_EQ(agent.Go(), 0);
+            CorrPoint want;
+            want._score = 0.0;
+            int pitch = img->Pitch();
+            const Rect range = agent.SearchRange();
+            for (int iy = range.top; iy < range.bottom; ++iy)
+                for (int ix = range.left; ix < range.right; ix += xs) {
+                    CorrPoint q;
+                    q._positionOnly = 1;
+                    t.FastComputeSums(img->Row(iy) + ix, &pitch, 0, &q);
+                    if ((q._score == 0.0 && want._score == 0.0) || want._score < q._score) {
+                        want._pos = Point{ix, iy};
+                        want._score = q._score;
+                    }
+                }
+            EXPECT_EQ(best._pos, want._pos) << scene << " " << xs;
+            EXPECT_EQ(best._score, want._score);
+        }
+    }
+}
+
 OMBREL_INSTANTIATE_ISA_LEVELS(CorrMatchIsa);
 
 TEST(Isa, TheByteDotProductLevelParsesAndRunsAvx512KernelsOfOtherFamilies) {
