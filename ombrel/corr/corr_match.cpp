@@ -41,19 +41,26 @@ uint64_t DescendingKey(double score) {
     return ~ascending;
 }
 
-// Stable radix sort of 64-bit words by their high 32 bits, eleven bits a pass; a pass whose digit is the
-// same in every word moves nothing and is skipped. Returns where the result is, a or b.
+// Stable radix sort of 64-bit words by their high 32 bits, eleven bits a pass, the three digit counts taken
+// in one read; a pass whose digit is the same in every word moves nothing and is skipped. Returns where
+// the result is, a or b. counts holds 3 * 2048 entries.
 uint64_t* RadixByHigh32(uint64_t* a, uint64_t* b, size_t n, uint32_t* counts) {
-    constexpr int kDigits[3][2] = {{32, 11}, {43, 11}, {54, 10}};  // shift, bits
-    for (const auto& digit : kDigits) {
-        const int shift = digit[0];
-        const uint64_t mask = (uint64_t{1} << digit[1]) - 1;
-        std::fill(counts, counts + mask + 1, 0u);
-        for (size_t k = 0; k < n; ++k) ++counts[(a[k] >> shift) & mask];
-        if (counts[(a[0] >> shift) & mask] == n) continue;
+    constexpr int kShift[3] = {32, 43, 54};
+    constexpr uint64_t kMask = 2047;  // the last digit has ten bits, so its top count stays 0
+    std::fill(counts, counts + 3 * 2048, 0u);
+    for (size_t k = 0; k < n; ++k) {
+        const uint64_t w = a[k];
+        ++counts[(w >> 32) & kMask];
+        ++counts[2048 + ((w >> 43) & kMask)];
+        ++counts[4096 + ((w >> 54) & kMask)];
+    }
+    for (int pass = 0; pass < 3; ++pass) {
+        const int shift = kShift[pass];
+        uint32_t* c = counts + 2048 * pass;
+        if (c[(a[0] >> shift) & kMask] == n) continue;
         uint32_t start = 0;
-        for (size_t d = 0; d <= mask; ++d) start += std::exchange(counts[d], start);
-        for (size_t k = 0; k < n; ++k) b[counts[(a[k] >> shift) & mask]++] = a[k];
+        for (size_t d = 0; d <= kMask; ++d) start += std::exchange(c[d], start);
+        for (size_t k = 0; k < n; ++k) b[c[(a[k] >> shift) & kMask]++] = a[k];
         std::swap(a, b);
     }
     return a;
@@ -89,7 +96,7 @@ void SortRun(uint64_t* words, size_t length, const uint64_t* keys, uint64_t* scr
 // list index) words, then each run of equal high halves by the low halves. keys[k] is DescendingKey of
 // entry k; a and b hold n words each. Returns the sorted words (list index in the low half), in a or b.
 uint64_t* SortIndicesByScore(const uint64_t* keys, uint64_t* a, uint64_t* b, size_t n) {
-    uint32_t counts[2048];
+    uint32_t counts[3 * 2048];
     for (size_t k = 0; k < n; ++k) a[k] = (keys[k] & ~uint64_t{0xffffffff}) | k;
     uint64_t* sorted = RadixByHigh32(a, b, n, counts);
     uint64_t* scratch = sorted == a ? b : a;
