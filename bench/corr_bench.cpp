@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Normalised correlation beside cv::matchTemplate(TM_CCOEFF_NORMED) + cv::minMaxLoc: 16, 32 and 64 pixel
-// square templates over 640x480 (argument 640, a crop of the 1024 scene) and, for 16x16, the 2592x1944 scene
-// (argument 2592); list mode (every score kept and sorted) and single-point mode (best only).
+// square templates over 640x480 (argument 640, a crop of the 1024 scene) and the 2592x1944 scene (argument
+// 2592); list mode (every score kept and sorted) and single-point mode (best only).
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -73,11 +73,11 @@ OMBREL_CORR_BENCH(CorrBest16, 16, false)
 OMBREL_CORR_BENCH(CorrBest32, 32, false)
 OMBREL_CORR_BENCH(CorrBest64, 64, false)
 
-#define OMBREL_CORR_SIZES(fn) BENCHMARK(fn)->Arg(640)->Unit(benchmark::kMillisecond)
-BENCHMARK(BM_CorrList16_Ombrel)->Arg(640)->Arg(2592)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CorrList16_OpenCV)->Arg(640)->Arg(2592)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CorrBest16_Ombrel)->Arg(640)->Arg(2592)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CorrBest16_OpenCV)->Arg(640)->Arg(2592)->Unit(benchmark::kMillisecond);
+#define OMBREL_CORR_SIZES(fn) BENCHMARK(fn)->Arg(640)->Arg(2592)->Unit(benchmark::kMillisecond)
+OMBREL_CORR_SIZES(BM_CorrList16_Ombrel);
+OMBREL_CORR_SIZES(BM_CorrList16_OpenCV);
+OMBREL_CORR_SIZES(BM_CorrBest16_Ombrel);
+OMBREL_CORR_SIZES(BM_CorrBest16_OpenCV);
 OMBREL_CORR_SIZES(BM_CorrList32_Ombrel);
 OMBREL_CORR_SIZES(BM_CorrList32_OpenCV);
 OMBREL_CORR_SIZES(BM_CorrList64_Ombrel);

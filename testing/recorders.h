@@ -67,7 +67,7 @@ class ScopedIsaCap {
 // The levels to parameterise kernel tests over; a test skips the ones this CPU lacks with
 // OMBREL_SKIP_IF_UNSUPPORTED(isa).
 inline std::vector<Isa> AllIsaLevels() {
-    return {Isa::Scalar, Isa::Sse2, Isa::Avx2, Isa::Avx512};
+    return {Isa::Scalar, Isa::Sse2, Isa::Avx2, Isa::Avx512, Isa::Avx512Vnni};
 }
 inline std::string IsaTestName(const ::testing::TestParamInfo<Isa>& info) {
     return IsaName(info.param);

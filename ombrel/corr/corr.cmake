@@ -7,6 +7,7 @@ ombrel_add_operation(corr
           sse2 corr_kernels_sse2.cpp
           avx2 corr_kernels_avx2.cpp
           avx512 corr_kernels_avx512.cpp
+          avx512vnni corr_kernels_avx512vnni.cpp
   TESTS corr_test.cpp corr_stream_test.cpp
   OPENCV
   PUBLIC_HEADERS corr_template.h corr_match.h)

@@ -46,6 +46,38 @@ struct DotBody {
             return job.imgSigned ? Run<true, true>(begin, end, job) : Run<true, false>(begin, end, job);
         return job.imgSigned ? Run<false, true>(begin, end, job) : Run<false, false>(begin, end, job);
     }
+
+    // A row of positions, one position at a time: the vector body takes the whole vectors of each template
+    // row and the reference arithmetic the columns after them.
+    static int CrossRow(int begin, int end, const CrossRowJob& job) {
+        for (int j = 0; j < job.outRows; ++j)
+            CrossRowOne(begin, end, job, job.img + int64_t{j} * job.rowStep * job.imgPitch,
+                        job.out + j * job.outStride);
+        return end < begin ? begin : end;
+    }
+
+    static void CrossRowOne(int begin, int end, const CrossRowJob& job, const uint8_t* img, int64_t* out) {
+        for (int x = begin; x < end; ++x) {
+            DotJob d;
+            d.t = reinterpret_cast<const uint8_t*>(job.t);
+            d.tPitch = job.tStride;
+            d.img = img + x;
+            d.imgPitch = job.imgPitch;
+            d.rows = job.th;
+            d.tSigned = 1;
+            d.imgSigned = job.imgSigned;
+            const int stop = Dot(0, job.tw, d);
+            for (int r = 0; r < job.th; ++r) {
+                const int8_t* tr = job.t + int64_t{r} * job.tStride;
+                const uint8_t* ir = d.img + r * job.imgPitch;
+                for (int k = stop; k < job.tw; ++k) {
+                    const int32_t i = job.imgSigned ? int32_t{static_cast<int8_t>(ir[k])} : int32_t{ir[k]};
+                    d.sum += int32_t{tr[k]} * i;
+                }
+            }
+            out[x] = d.sum;
+        }
+    }
 };
 
 }  // namespace ombrel::corr

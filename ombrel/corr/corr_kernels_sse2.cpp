@@ -9,4 +9,8 @@ int Dot(int begin, int end, DotJob& job) {
     return DotBody<simd::Sse2>::Dot(begin, end, job);
 }
 
+int CrossRow(int begin, int end, const CrossRowJob& job) {
+    return DotBody<simd::Sse2>::CrossRow(begin, end, job);
+}
+
 }  // namespace ombrel::corr::sse2

@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "ombrel/corr/corr_kernels.h"
 #include "ombrel/framework/allocation.h"
@@ -29,9 +31,109 @@ int CorrResultCompare(const void* a, const void* b) {
     return -1;
 }
 
+namespace {
+
+// A 64-bit key that orders as the scores do, descending: larger score, smaller key; -0 and +0 alike.
+uint64_t DescendingKey(double score) {
+    uint64_t bits;
+    std::memcpy(&bits, &score, sizeof bits);
+    if (score == 0.0) bits = 0;
+    const uint64_t ascending = (bits >> 63) != 0 ? ~bits : bits | (uint64_t{1} << 63);
+    return ~ascending;
+}
+
+// Stable radix sort of 64-bit words by their high 32 bits, eleven bits a pass, the three digit counts taken
+// in one read; a pass whose digit is the same in every word moves nothing and is skipped. Returns where
+// the result is, a or b. counts holds 3 * 2048 entries.
+uint64_t* RadixByHigh32(uint64_t* a, uint64_t* b, size_t n, uint32_t* counts) {
+    constexpr int kShift[3] = {32, 43, 54};
+    constexpr uint64_t kMask = 2047;  // the last digit has ten bits, so its top count stays 0
+    std::fill(counts, counts + 3 * 2048, 0u);
+    for (size_t k = 0; k < n; ++k) {
+        const uint64_t w = a[k];
+        ++counts[(w >> 32) & kMask];
+        ++counts[2048 + ((w >> 43) & kMask)];
+        ++counts[4096 + ((w >> 54) & kMask)];
+    }
+    for (int pass = 0; pass < 3; ++pass) {
+        const int shift = kShift[pass];
+        uint32_t* c = counts + 2048 * pass;
+        if (c[(a[0] >> shift) & kMask] == n) continue;
+        uint32_t start = 0;
+        for (size_t d = 0; d <= kMask; ++d) start += std::exchange(c[d], start);
+        for (size_t k = 0; k < n; ++k) b[c[(a[k] >> shift) & kMask]++] = a[k];
+        std::swap(a, b);
+    }
+    return a;
+}
+
+// Orders a run of words (key high halves equal, list indices ascending) by the keys' low halves, ties
+// keeping index order: by insertion when short, else by sorting (low half, index) words, whose order is
+// exactly that. `scratch` holds at least `length` words.
+void SortRun(uint64_t* words, size_t length, const uint64_t* keys, uint64_t* scratch) {
+    const auto low = [keys](uint64_t w) { return static_cast<uint32_t>(keys[static_cast<uint32_t>(w)]); };
+    if (length <= 32) {
+        for (size_t k = 1; k < length; ++k) {
+            const uint64_t w = words[k];
+            const uint32_t key = low(w);
+            size_t m = k;
+            for (; m > 0 && low(words[m - 1]) > key; --m) words[m] = words[m - 1];
+            words[m] = w;
+        }
+        return;
+    }
+    bool equal = true;
+    for (size_t k = 1; k < length && equal; ++k) equal = low(words[k]) == low(words[0]);
+    if (equal) return;
+    for (size_t k = 0; k < length; ++k)
+        scratch[k] = (uint64_t{low(words[k])} << 32) | static_cast<uint32_t>(words[k]);
+    std::sort(scratch, scratch + length);
+    for (size_t k = 0; k < length; ++k)
+        words[k] = (words[k] & ~uint64_t{0xffffffff}) | static_cast<uint32_t>(scratch[k]);
+}
+
+// The order qsort with CorrResultCompare gives here (the C library sorts by merging, which keeps equal
+// scores in their order): descending score, ties in list order. A stable radix sort of (high key half,
+// list index) words, then each run of equal high halves by the low halves. keys[k] is DescendingKey of
+// entry k; a and b hold n words each. Returns the sorted words (list index in the low half), in a or b.
+uint64_t* SortIndicesByScore(const uint64_t* keys, uint64_t* a, uint64_t* b, size_t n) {
+    uint32_t counts[3 * 2048];
+    for (size_t k = 0; k < n; ++k) a[k] = (keys[k] & ~uint64_t{0xffffffff}) | k;
+    uint64_t* sorted = RadixByHigh32(a, b, n, counts);
+    uint64_t* scratch = sorted == a ? b : a;
+    for (size_t first = 0; first < n;) {
+        size_t last = first + 1;
+        while (last < n && (sorted[last] >> 32) == (sorted[first] >> 32)) ++last;
+        if (last - first > 1) SortRun(&sorted[first], last - first, keys, scratch);
+        first = last;
+    }
+    return sorted;
+}
+
+// The list sorted as qsort sorts it; false, with the list untouched, where that order is not defined (a
+// null entry or a NaN score compares equal to everything) or memory is short.
+bool StableSortByScore(CorrPoint** list, int32_t count) {
+    const size_t n = static_cast<size_t>(count);
+    std::unique_ptr<uint64_t[]> keys(new (std::nothrow) uint64_t[n]), a(new (std::nothrow) uint64_t[n]),
+        b(new (std::nothrow) uint64_t[n]);
+    std::unique_ptr<CorrPoint*[]> old(new (std::nothrow) CorrPoint*[n]);
+    if (!keys || !a || !b || !old) return false;
+    for (size_t k = 0; k < n; ++k) {
+        if (list[k] == nullptr || std::isnan(list[k]->_score)) return false;
+        keys[k] = DescendingKey(list[k]->_score);
+    }
+    const uint64_t* sorted = SortIndicesByScore(keys.get(), a.get(), b.get(), n);
+    std::memcpy(old.get(), list, n * sizeof(CorrPoint*));
+    for (size_t k = 0; k < n; ++k) list[k] = old[static_cast<uint32_t>(sorted[k])];
+    return true;
+}
+
+}  // namespace
+
 void CorrResult::Sort() {
     if (_sortedCorrPtList == nullptr || _count <= 0) return;
-    std::qsort(_sortedCorrPtList, static_cast<size_t>(_count), sizeof(CorrPoint*), CorrResultCompare);
+    if (!StableSortByScore(_sortedCorrPtList, _count))
+        std::qsort(_sortedCorrPtList, static_cast<size_t>(_count), sizeof(CorrPoint*), CorrResultCompare);
 }
 
 void CorrResult::FreeLists() {
@@ -283,75 +385,236 @@ void swCorrMatchAgent::RunPlain() {
     if (_mode == 0) _corrResults->_count = static_cast<int32_t>(k);
 }
 
-// The same sums, exactly: sumI and sumI2 of every window from column sums kept over the template's rows,
-// sumTI from the multiply-add kernels. Valid only unmasked (the template's mask flag is 0).
-bool swCorrMatchAgent::RunFast() {
-    const int tw = _tw, th = _th;
-    const int x0 = _ixStart, x1 = _ixStop - 1 + tw;  // columns read: [x0, x1)
-    const int width = x1 - x0;
-    std::vector<int64_t> col, col2, pre, pre2;
+namespace {
+
+constexpr int kRowsAtOnce = 4;  // output rows per cross-row kernel call
+
+template <class T>
+void Grow(std::vector<T>& v, size_t n) {
+    if (v.size() < n) v.resize(n);
+}
+
+}  // namespace
+
+bool swCorrMatchAgent::Reserve(int width, int span, int cols) {
     try {
-        col.assign(width, 0);
-        col2.assign(width, 0);
-        pre.assign(width + 1, 0);
-        pre2.assign(width + 1, 0);
+        if (_mode == 0) {
+            const size_t n = static_cast<size_t>(Rows()) * static_cast<size_t>(cols);
+            Grow(_sortKeys, n), Grow(_sortA, n), Grow(_sortB, n);
+        }
+        const size_t stride = static_cast<size_t>((_tw + 15) / 16 * 16);
+        Grow(_tplPrepared, stride * static_cast<size_t>(_th));
+        Grow(_col, width), Grow(_col2, width), Grow(_winI, span), Grow(_winI2, span);
+        Grow(_spanTI, size_t{kRowsAtOnce} * span), Grow(_rowI, cols), Grow(_rowI2, cols), Grow(_rowTI, cols),
+            Grow(_rowScore, cols);
     } catch (const std::bad_alloc&) {
         return false;
     }
-    const bool is = _imgSigned != 0;
-    const auto pixel = [is](uint8_t b) { return is ? int64_t{static_cast<int8_t>(b)} : int64_t{b}; };
-    const auto addRow = [&](int y, int sign) {
-        const uint8_t* r = _srcBuf->Row(y) + x0;
-        for (int x = 0; x < width; ++x) {
-            const int64_t v = pixel(r[x]);
-            col[x] += sign * v;
-            col2[x] += sign * v * v;
+    return true;
+}
+
+// The template as the cross-row kernels take it: signed bytes t' (an unsigned byte minus 128, so that it fits
+// a signed byte; a signed byte as it is), rows padded with zeros to a multiple of 16. Then sum t*i =
+// sum t'*i + 128 * sum i for an unsigned template. Prepared at every Go: the caller may have written into
+// the template since the last one. Returns sum t'.
+int64_t swCorrMatchAgent::PrepareTemplate() {
+    const Buffer* tb = _corrTemplate->GetBuffer();
+    const int stride = (_tw + 15) / 16 * 16;
+    const bool ts = _corrTemplate->GetSigned() != 0;
+    int64_t sum = 0;
+    for (int r = 0; r < _th; ++r) {
+        const uint8_t* src = tb->Row(r);
+        int8_t* dst = _tplPrepared.data() + static_cast<size_t>(r) * stride;
+        for (int k = 0; k < _tw; ++k) {
+            dst[k] = ts ? static_cast<int8_t>(src[k]) : static_cast<int8_t>(src[k] ^ 0x80);
+            sum += dst[k];
         }
-    };
-    const Isa isa = ActiveIsa();
-    const uint8_t* tpl = _corrTemplate->GetBuffer()->BaseAddr();
-    const int64_t tp = _corrTemplate->GetBuffer()->Pitch();
-    const int32_t count = _corrTemplate->GetCount();
-    const double tSum = _corrTemplate->GetSum(), tSumSq = _corrTemplate->GetSumSq();
-    corr::DotJob job;
-    job.t = tpl;
-    job.tPitch = tp;
+        std::fill(dst + _tw, dst + stride, int8_t{0});
+    }
+    return sum;
+}
+
+// sumTI of `rows` output rows from iy (step _yStep), contiguous positions, into _spanTI (one row of span
+// values after another) by the cross-row kernels.
+void swCorrMatchAgent::CrossSpans(int iy, int rows, int span) {
+    corr::CrossRowJob job;
+    job.t = _tplPrepared.data();
+    job.tw = _tw;
+    job.th = _th;
+    job.tStride = (_tw + 15) / 16 * 16;
+    job.tSum = _tplSum;
+    job.img = _srcBuf->Row(iy) + _ixStart;
     job.imgPitch = _srcBuf->Pitch();
-    job.rows = th;
-    job.tSigned = _corrTemplate->GetSigned();
+    job.readable = int64_t{_srcBuf->Width()} - _ixStart;
     job.imgSigned = _imgSigned;
+    job.outRows = rows;
+    job.rowStep = rows > 1 ? _yStep : 1;
+    job.outStride = span;
+    job.out = _spanTI.data();
+    corr::kCrossRowKernels.Run(ActiveIsa(), 0, span, job);
+}
+
+// sumTI of the row's positions into _rowTI: from row j of _spanTI (every _xStep-th position), or one
+// position at a time when the step is large.
+void swCorrMatchAgent::CrossSums(int iy, int cols, int span, int j) {
+    if (_xStep > 8) {
+        corr::DotJob job;
+        job.t = _corrTemplate->GetBuffer()->BaseAddr();
+        job.tPitch = _corrTemplate->GetBuffer()->Pitch();
+        job.imgPitch = _srcBuf->Pitch();
+        job.rows = _th;
+        job.tSigned = _corrTemplate->GetSigned();
+        job.imgSigned = _imgSigned;
+        for (int c = 0; c < cols; ++c) {
+            job.sum = 0;
+            job.img = _srcBuf->Row(iy) + _ixStart + int64_t{c} * _xStep;
+            corr::kDotKernels.Run(ActiveIsa(), 0, _tw, job);
+            _rowTI[c] = job.sum;
+        }
+        return;
+    }
+    const int64_t offset = _corrTemplate->GetSigned() ? 0 : 128;
+    const int64_t* spanTI = _spanTI.data() + static_cast<size_t>(j) * span;
+    for (int c = 0; c < cols; ++c) _rowTI[c] = spanTI[static_cast<size_t>(c) * _xStep] + offset * _rowI[c];
+}
+
+// Scores the row's positions and keeps them: list entries in raster order, and the best point.
+void swCorrMatchAgent::KeepRow(int iy, int cols, int64_t* k) {
+    corr::ScoreJob sj;
+    sj.sumI = _rowI.data();
+    sj.sumI2 = _rowI2.data();
+    sj.sumTI = _rowTI.data();
+    sj.score = _rowScore.data();
+    sj.count = _corrTemplate->GetCount();
+    sj.sum = _corrTemplate->GetSum();
+    sj.sumSq = _corrTemplate->GetSumSq();
+    sj.positionOnly = _positionOnly;
+    corr::kScoreKernels.Run(ActiveIsa(), 0, cols, sj);
+    const Point hot = _corrTemplate->GetHotSpot();
+    const int y = hot.y + iy;
+    if (_mode == 1) {
+        KeepBestOfRow(hot.x, y, cols);
+        return;
+    }
+    for (int j = 0; j < cols; ++j) {
+        const double s = _rowScore[j];
+        const int x = hot.x + static_cast<int>(_ixStart + int64_t{j} * _xStep);
+        if (_mode == 0) {
+            CorrPoint* pt = &_corrResults->_corrPtList[(*k)++];  // the sorted list is written by Go
+            pt->_pos = Point{x, y};
+            pt->_score = s;
+            pt->_sumI = static_cast<double>(_rowI[j]);
+            pt->_sumI2 = static_cast<double>(_rowI2[j]);
+            pt->_sumTI = static_cast<double>(_rowTI[j]);
+            pt->_user1 = pt->_user2 = 0;
+            pt->_positionOnly = _positionOnly;
+            _sortKeys[*k - 1] = DescendingKey(s);
+        }
+        if ((s == 0.0 && _best->_score == 0.0) || _best->_score < s) {
+            _best->_pos = Point{x, y};
+            _best->_score = s;
+            _best->_sumI = static_cast<double>(_rowI[j]);
+            _best->_sumI2 = static_cast<double>(_rowI2[j]);
+            _best->_sumTI = static_cast<double>(_rowTI[j]);
+        }
+    }
+}
+
+// The best-point rule over a row at once. Scores are never negative or NaN, so visiting the row in order
+// ends with: the first position of the row's maximum m when m > best; the row's last position when m and
+// best are both 0 (every zero replaces a zero best); else the best as it was.
+void swCorrMatchAgent::KeepBestOfRow(int hotX, int y, int cols) {
+    const double* score = _rowScore.data();
+    double m0 = 0.0, m1 = 0.0, m2 = 0.0, m3 = 0.0;  // four chains: a max waits on the one before
+    int j = 0;
+    for (; j + 4 <= cols; j += 4) {
+        m0 = std::max(m0, score[j]);
+        m1 = std::max(m1, score[j + 1]);
+        m2 = std::max(m2, score[j + 2]);
+        m3 = std::max(m3, score[j + 3]);
+    }
+    for (; j < cols; ++j) m0 = std::max(m0, score[j]);
+    const double m = std::max(std::max(m0, m1), std::max(m2, m3));
+    int at = -1;
+    if (_best->_score < m)
+        at = static_cast<int>(std::find(score, score + cols, m) - score);
+    else if (m == 0.0 && _best->_score == 0.0 && cols > 0)
+        at = cols - 1;
+    if (at < 0) return;
+    _best->_pos = Point{hotX + static_cast<int>(_ixStart + int64_t{at} * _xStep), y};
+    _best->_score = score[at];
+    _best->_sumI = static_cast<double>(_rowI[at]);
+    _best->_sumI2 = static_cast<double>(_rowI2[at]);
+    _best->_sumTI = static_cast<double>(_rowTI[at]);
+}
+
+// sumI and sumI2 of the row's positions from the column sums: a window of tw columns slid along the row
+// (one add and one subtract a position), every _xStep-th kept.
+void swCorrMatchAgent::WindowSums(const int64_t* col, const int64_t* col2, int tw, int span, int cols) {
+    int64_t* wI = _xStep == 1 ? _rowI.data() : _winI.data();
+    int64_t* wI2 = _xStep == 1 ? _rowI2.data() : _winI2.data();
+    int64_t s = 0, s2 = 0;
+    for (int k = 0; k < tw; ++k) s += col[k], s2 += col2[k];
+    wI[0] = s, wI2[0] = s2;
+    for (int x = 1; x < span; ++x) {
+        s += col[x + tw - 1] - col[x - 1];
+        s2 += col2[x + tw - 1] - col2[x - 1];
+        wI[x] = s, wI2[x] = s2;
+    }
+    if (_xStep == 1) return;
+    for (int j = 0; j < cols; ++j) {
+        _rowI[j] = wI[static_cast<size_t>(j) * _xStep];
+        _rowI2[j] = wI2[static_cast<size_t>(j) * _xStep];
+    }
+}
+
+// The same sums, exactly: sumI and sumI2 of every window from column sums kept over the template's rows,
+// sumTI from the cross-row kernels, scores from the score kernels (CorrScore's doubles). Valid only
+// unmasked (the template's mask flag is 0).
+bool swCorrMatchAgent::RunFast() {
+    const int tw = _tw, th = _th;
+    const int x0 = _ixStart;
+    const int span = _ixStop - _ixStart;  // positions of a row at step 1
+    const int width = span - 1 + tw;      // columns read: [x0, x0 + width)
+    const int cols = Columns();
+    if (!Reserve(width, span, cols)) return false;
+    _tplSum = PrepareTemplate();
+    int64_t* col = _col.data();
+    int64_t* col2 = _col2.data();
+    const Isa isa = ActiveIsa();
+    corr::ColumnJob cj;
+    cj.col = col;
+    cj.col2 = col2;
+    cj.imgSigned = _imgSigned;
+    const auto moveRow = [&](int addY, int subY) {  // subY < 0: nothing leaves
+        cj.add = _srcBuf->Row(addY) + x0;
+        cj.sub = subY >= 0 ? _srcBuf->Row(subY) + x0 : nullptr;
+        corr::kColumnKernels.Run(isa, 0, width, cj);
+    };
     int64_t k = 0;
-    int windowTop = -1;  // rows [windowTop, windowTop + th) are in col
-    CorrPoint local;
+    int batchRows = 0, batchLeft = 0;  // output rows in _spanTI, and those not used yet
+    int windowTop = -1;                // rows [windowTop, windowTop + th) are in col
     for (int64_t y64 = _iyStart; y64 < _iyStop; y64 += _yStep) {  // 64-bit: steps may be huge
         const int iy = static_cast<int>(y64);
         if (windowTop >= 0 && iy - windowTop < th) {
-            for (int y = windowTop; y < iy; ++y) addRow(y, -1);
-            for (int y = windowTop + th; y < iy + th; ++y) addRow(y, 1);
+            for (int y = windowTop; y < iy; ++y) moveRow(y + th, y);
         } else {
-            std::fill(col.begin(), col.end(), 0);
-            std::fill(col2.begin(), col2.end(), 0);
-            for (int y = iy; y < iy + th; ++y) addRow(y, 1);
+            std::fill(col, col + width, 0);
+            std::fill(col2, col2 + width, 0);
+            for (int y = iy; y < iy + th; ++y) moveRow(y, -1);
         }
         windowTop = iy;
-        for (int x = 0; x < width; ++x) {
-            pre[x + 1] = pre[x] + col[x];
-            pre2[x + 1] = pre2[x] + col2[x];
+        WindowSums(col, col2, tw, span, cols);
+        // The cross sums of several output rows in one kernel call, which shares their image rows.
+        if (batchLeft == 0 && _xStep <= 8) {
+            const int64_t remaining = (int64_t{_iyStop} - iy + _yStep - 1) / _yStep;
+            const int rows = static_cast<int>(std::min<int64_t>(remaining, kRowsAtOnce));
+            CrossSpans(iy, rows, span);
+            batchRows = batchLeft = rows;
         }
-        for (int64_t x64 = _ixStart; x64 < _ixStop; x64 += _xStep) {
-            const int ix = static_cast<int>(x64);
-            CorrPoint* pt = _mode == 0 ? NextPoint(k++) : &(local = CorrPoint());
-            pt->_positionOnly = _positionOnly;
-            const int a = ix - x0;
-            job.sum = 0;
-            job.img = _srcBuf->Row(iy) + ix;
-            corr::kDotKernels.Run(isa, 0, tw, job);
-            pt->_sumI = static_cast<double>(pre[a + tw] - pre[a]);
-            pt->_sumI2 = static_cast<double>(pre2[a + tw] - pre2[a]);
-            pt->_sumTI = static_cast<double>(job.sum);
-            const double s = CorrScore(pt->_sumI, pt->_sumI2, pt->_sumTI, count, tSum, tSumSq, _positionOnly);
-            Visit(pt, ix, iy, s);
-        }
+        const int j = _xStep <= 8 ? batchRows - batchLeft-- : 0;
+        CrossSums(iy, cols, span, j);
+        KeepRow(iy, cols, &k);
     }
     if (_mode == 0) _corrResults->_count = static_cast<int32_t>(k);
     return true;
@@ -373,7 +636,19 @@ int swCorrMatchAgent::Go() {
     } else {
         _positionOnly = 0;
     }
-    if (_corrTemplate->GetMask() != 0 || !RunFast()) RunPlain();
+    if (_corrTemplate->GetMask() == 0 && RunFast()) {
+        // The list is in raster order and the keys of its scores are at hand: the order Sort() gives,
+        // without reading every entry back.
+        if (_mode == 0) {
+            const size_t n = static_cast<size_t>(_corrResults->_count);
+            const uint64_t* sorted = SortIndicesByScore(_sortKeys.data(), _sortA.data(), _sortB.data(), n);
+            for (size_t k = 0; k < n; ++k)
+                _corrResults->_sortedCorrPtList[k] =
+                    &_corrResults->_corrPtList[static_cast<uint32_t>(sorted[k])];
+        }
+        return 0;
+    }
+    RunPlain();
     if (_mode == 0) _corrResults->Sort();
     return 0;
 }

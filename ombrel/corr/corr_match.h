@@ -164,10 +164,24 @@ class OMBREL_API swCorrMatchAgent : public CorrMatchAgent {
 
   private:
     bool RunFast();
+    bool Reserve(int width, int span, int cols);
+    int64_t PrepareTemplate();
+    void WindowSums(const int64_t* col, const int64_t* col2, int tw, int span, int cols);
+    void CrossSpans(int iy, int rows, int span);
+    void CrossSums(int iy, int cols, int span, int j);
+    void KeepRow(int iy, int cols, int64_t* k);
+    void KeepBestOfRow(int hotX, int y, int cols);
     void RunPlain();
     void Score(CorrPoint* pt, int ix, int iy);
     void Visit(CorrPoint* pt, int ix, int iy, double score);
     CorrPoint* NextPoint(int64_t k);
+
+    // Working rows of the fast path, grown on the first Go that needs them and reused after.
+    std::vector<int8_t> _tplPrepared;  // template bytes as the cross-row kernels take them
+    std::vector<int64_t> _col, _col2, _winI, _winI2, _spanTI, _rowI, _rowI2, _rowTI;
+    std::vector<double> _rowScore;
+    std::vector<uint64_t> _sortKeys, _sortA, _sortB;  // list mode: the scores' sort keys and sort space
+    int64_t _tplSum = 0;                              // sum of the prepared template bytes
 };
 
 ///@{

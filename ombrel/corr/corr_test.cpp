@@ -271,7 +271,215 @@ TEST_P(CorrMatchIsa, EachVectorLevelHandlesTheWholeVectorsOfASpan) {
     }
 }
 
+// The cross-row kernels against the reference over several output rows, row steps, signed images,
+// awkward widths, template bytes at both ends, and a template too large for 32-bit lanes in one pass.
+TEST_P(CorrMatchIsa, CrossRowKernelsEqualTheReference) {
+    std::mt19937 rng(5);
+    struct Shape {
+        int tw, th, outRows, rowStep;
+    };
+    const std::vector<Shape> shapes = {{1, 1, 1, 1},  {3, 2, 5, 1},  {16, 16, 4, 1}, {17, 5, 3, 2},
+                                       {33, 9, 6, 3}, {64, 7, 2, 1}, {65, 3, 4, 9},  {300, 230, 2, 1}};
+    for (const Shape& sh : shapes) {
+        for (int variant = 0; variant < 3; ++variant) {
+            const int stride = (sh.tw + 15) / 16 * 16, span = 1 + rng() % 150;
+            const int imgW = span - 1 + sh.tw + static_cast<int>(rng() % 3);
+            const int imgH = (sh.outRows - 1) * sh.rowStep + sh.th;
+            std::vector<int8_t> t(static_cast<size_t>(stride) * sh.th, 0);
+            std::vector<uint8_t> img(static_cast<size_t>(imgW) * imgH);
+            int64_t tSum = 0;
+            for (int r = 0; r < sh.th; ++r)
+                for (int k = 0; k < sh.tw; ++k) {
+                    // Variant 2: the largest products (-128 against 255), past 2^31 for the big template.
+                    const int8_t v = variant == 2 ? int8_t{-128} : static_cast<int8_t>(rng());
+                    t[static_cast<size_t>(r) * stride + k] = v;
+                    tSum += v;
+                }
+            for (auto& b : img) b = variant == 2 ? 255 : static_cast<uint8_t>(rng());
+            corr::CrossRowJob job;
+            job.t = t.data();
+            job.tw = sh.tw;
+            job.th = sh.th;
+            job.tStride = stride;
+            job.tSum = tSum;
+            job.img = img.data();
+            job.imgPitch = imgW;
+            job.readable = imgW;
+            job.imgSigned = variant == 1;
+            job.outRows = sh.outRows;
+            job.rowStep = sh.rowStep;
+            job.outStride = span + 3;
+            std::vector<int64_t> out(static_cast<size_t>(job.outStride) * sh.outRows, -7), ref(out);
+            job.out = ref.data();
+            corr::kCrossRowKernels.Scalar()(0, span, job);
+            job.out = out.data();
+            EXPECT_EQ(corr::kCrossRowKernels.Run(Level(), 0, span, job), span);
+            ASSERT_EQ(out, ref) << sh.tw << "x" << sh.th << " variant " << variant;
+            if (Level() != Isa::Scalar && corr::kCrossRowKernels.HasOwnKernel(Level())) {
+                std::fill(out.begin(), out.end(), -7);
+                EXPECT_EQ(corr::kCrossRowKernels.At(Level())(0, span, job), span);  // no row left to others
+                ASSERT_EQ(out, ref);
+            }
+        }
+    }
+}
+
+// The score kernels give CorrScore's doubles bit for bit: power-of-two counts and others, flat windows,
+// both score forms.
+TEST_P(CorrMatchIsa, ScoreKernelsGiveCorrScoreBitForBit) {
+    std::mt19937 rng(9);
+    for (const int32_t count : {256, 1024, 4096, 300, 1, 7}) {
+        for (int positionOnly = 0; positionOnly < 2; ++positionOnly) {
+            const int n = 37;
+            std::vector<int64_t> sI(n), sI2(n), sTI(n);
+            for (int x = 0; x < n; ++x) {
+                const int64_t flatValue = rng() % 256;
+                const bool flat = x % 5 == 0;
+                int64_t a = 0, a2 = 0, ti = 0;
+                for (int k = 0; k < count; ++k) {
+                    const int64_t v = flat ? flatValue : rng() % 256, tv = rng() % 256;
+                    a += v, a2 += v * v, ti += v * tv;
+                }
+                sI[x] = a, sI2[x] = a2, sTI[x] = ti;
+            }
+            corr::ScoreJob job;
+            job.sumI = sI.data();
+            job.sumI2 = sI2.data();
+            job.sumTI = sTI.data();
+            job.count = count;
+            job.sum = 127.5 * count + 3;
+            job.sumSq = 21000.0 * count;
+            job.positionOnly = positionOnly;
+            std::vector<double> got(n, -1.0);
+            job.score = got.data();
+            EXPECT_EQ(corr::kScoreKernels.Run(Level(), 0, n, job), n);
+            for (int x = 0; x < n; ++x) {
+                const double want = CorrScore(double(sI[x]), double(sI2[x]), double(sTI[x]), count, job.sum,
+                                              job.sumSq, positionOnly);
+                uint64_t a, b;
+                std::memcpy(&a, &got[x], 8);
+                std::memcpy(&b, &want, 8);
+                ASSERT_EQ(a, b) << count << " " << positionOnly << " " << x;
+            }
+        }
+    }
+}
+
+// A larger template over rows enough for several cross-row batches, every ISA level against the plain loop.
+TEST_P(CorrMatchIsa, LargeTemplateMatchEqualsThePlainLoop) {
+    auto img = testing::RandomImage(150, 75, 31);
+    auto tplImg = testing::RandomImage(70, 40, 32);
+    for (int flags = 0; flags < 4; ++flags) {
+        CorrTemplate t(tplImg.get(), 0);
+        CorrResult r;
+        swCorrMatchAgent agent(img.get(), &t, &r, flags & 1, flags >> 1, 1, 1 + flags % 2);
+        ASSERT_EQ(agent.Go(), 0);
+        int pitch = img->Pitch();
+        for (int k = 0; k < r.Count(); ++k) {
+            const CorrPoint& p = r.At(k);
+            CorrPoint q;
+            t.FastComputeSums(img->Row(p._pos.y) + p._pos.x, &pitch, flags & 1, &q);
+            ASSERT_EQ(p._sumTI, q._sumTI) << k;
+            ASSERT_EQ(p._score, q._score);
+        }
+    }
+}
+
+// Single-point mode keeps the best by the visiting rule, row by row or not: flat parts (every score 0, the
+// latest kept), a flat start followed by a pattern, and two equal copies (the first kept).
+TEST_P(CorrMatchIsa, SinglePointBestFollowsTheVisitingRule) {
+    auto pattern = testing::RandomImage(9, 7, 41);
+    for (int scene = 0; scene < 3; ++scene) {
+        auto img = testing::FilledImage(80, 50, 90);
+        if (scene > 0) Paste(*img, *pattern, 30, 20);
+        if (scene > 1) Paste(*img, *pattern, 60, 35);
+        CorrTemplate t(pattern.get(), 0);
+        for (int xs = 1; xs <= 2; ++xs) {
+            CorrPoint best;
+            swCorrMatchAgent agent(img.get(), &t, &best, 0, 0, xs, 1);
+            ASSERT_EQ(agent.Go(), 0);
+            CorrPoint want;
+            want._score = 0.0;
+            int pitch = img->Pitch();
+            const Rect range = agent.SearchRange();
+            for (int iy = range.top; iy < range.bottom; ++iy)
+                for (int ix = range.left; ix < range.right; ix += xs) {
+                    CorrPoint q;
+                    q._positionOnly = 1;
+                    t.FastComputeSums(img->Row(iy) + ix, &pitch, 0, &q);
+                    if ((q._score == 0.0 && want._score == 0.0) || want._score < q._score) {
+                        want._pos = Point{ix, iy};
+                        want._score = q._score;
+                    }
+                }
+            EXPECT_EQ(best._pos, want._pos) << scene << " " << xs;
+            EXPECT_EQ(best._score, want._score);
+        }
+    }
+}
+
 OMBREL_INSTANTIATE_ISA_LEVELS(CorrMatchIsa);
+
+TEST(Isa, TheByteDotProductLevelParsesAndRunsAvx512KernelsOfOtherFamilies) {
+    Isa isa = Isa::Scalar;
+    ASSERT_TRUE(ParseIsa("avx512vnni", &isa));
+    EXPECT_EQ(isa, Isa::Avx512Vnni);
+    EXPECT_STREQ(IsaName(Isa::Avx512Vnni), "avx512vnni");
+    EXPECT_EQ(corr::kDotKernels.At(Isa::Avx512Vnni), corr::kDotKernels.At(Isa::Avx512));
+    EXPECT_FALSE(corr::kDotKernels.HasOwnKernel(Isa::Avx512Vnni));
+    EXPECT_TRUE(corr::kCrossRowKernels.HasOwnKernel(Isa::Avx512Vnni));
+}
+
+// The sort gives qsort's order here: descending scores, equal ones (and -0 with +0) in list order, over
+// short and long runs of equal and nearly equal scores; a null entry leaves the order to qsort itself.
+TEST(CorrResult, SortGivesTheOrderOfQsort) {
+    std::mt19937 rng(3);
+    for (const int n : {1, 2, 31, 40, 5000}) {
+        std::vector<CorrPoint> points(n);
+        const double near = 0.5;
+        for (int k = 0; k < n; ++k) {
+            const int kind = rng() % 5;
+            points[k]._score = kind == 0   ? 0.0
+                               : kind == 1 ? -0.0
+                               : kind == 2 ? std::nextafter(near, double(rng() % 3))  // low bits differ
+                               : kind == 3 ? double(rng() % 4) / 4
+                                           : std::ldexp(double(rng()), -32);
+        }
+        CorrResult r;
+        r._count = n;
+        r._sortedCorrPtList = static_cast<CorrPoint**>(std::malloc(n * sizeof(CorrPoint*)));
+        std::vector<CorrPoint*> want(n);
+        for (int k = 0; k < n; ++k)
+            r._sortedCorrPtList[k] = want[k] = &points[(k * 7919) % n];  // a shuffled list
+        std::qsort(want.data(), n, sizeof(CorrPoint*), CorrResultCompare);
+        r.Sort();
+        for (int k = 0; k < n; ++k) ASSERT_EQ(r._sortedCorrPtList[k], want[k]) << n << " " << k;
+        if (n > 2) {
+            r._sortedCorrPtList[1] = nullptr;
+            want.assign(r._sortedCorrPtList, r._sortedCorrPtList + n);
+            std::qsort(want.data(), n, sizeof(CorrPoint*), CorrResultCompare);
+            r.Sort();
+            for (int k = 0; k < n; ++k) ASSERT_EQ(r._sortedCorrPtList[k], want[k]);
+        }
+    }
+}
+
+// A match's sorted list is qsort's order of its raster list, on an image with many equal scores.
+TEST(CorrMatch, SortedListIsTheOrderOfQsort) {
+    auto img = testing::FilledImage(90, 60, 40);
+    auto noise = testing::RandomImage(30, 20, 8);
+    Paste(*img, *noise, 10, 10);
+    Paste(*img, *noise, 50, 35);
+    auto tplImg = testing::RandomImage(12, 9, 8);
+    CorrTemplate t(tplImg.get(), 0);
+    CorrResult r;
+    swCorrMatchAgent agent(img.get(), &t, &r, 0, 0, 1, 1);
+    ASSERT_EQ(agent.Go(), 0);
+    std::vector<CorrPoint*> want(r.Count());
+    for (int k = 0; k < r.Count(); ++k) want[k] = &r._corrPtList[k];
+    std::qsort(want.data(), want.size(), sizeof(CorrPoint*), CorrResultCompare);
+    for (int k = 0; k < r.Count(); ++k) ASSERT_EQ(r._sortedCorrPtList[k], want[k]) << k;
+}
 
 TEST(CorrMatch, FindsPastedPatternsAndListsEveryPositionSorted) {
     auto pattern = Textured(16, 12, 21);

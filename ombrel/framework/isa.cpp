@@ -30,13 +30,14 @@ Isa Detect() {
     if (!avx2) return Isa::Sse2;
     const bool avx512 = osAvx512 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
                         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq");
-    return avx512 ? Isa::Avx512 : Isa::Avx2;
+    if (!avx512) return Isa::Avx2;
+    return __builtin_cpu_supports("avx512vnni") ? Isa::Avx512Vnni : Isa::Avx512;
 }
 
 Isa CapFromEnvironment() {
-    Isa cap = Isa::Avx512;
+    Isa cap = Isa::Avx512Vnni;
     const char* value = std::getenv("OMBREL_MAX_ISA");
-    if (value != nullptr && !ParseIsa(value, &cap)) cap = Isa::Avx512;
+    if (value != nullptr && !ParseIsa(value, &cap)) cap = Isa::Avx512Vnni;
     return cap;
 }
 
@@ -57,13 +58,15 @@ const char* IsaName(Isa isa) {
             return "avx2";
         case Isa::Avx512:
             return "avx512";
+        case Isa::Avx512Vnni:
+            return "avx512vnni";
     }
     return "unknown";
 }
 
 bool ParseIsa(const char* name, Isa* isa) {
     if (name == nullptr) return false;
-    for (Isa candidate : {Isa::Scalar, Isa::Sse2, Isa::Avx2, Isa::Avx512}) {
+    for (Isa candidate : {Isa::Scalar, Isa::Sse2, Isa::Avx2, Isa::Avx512, Isa::Avx512Vnni}) {
         if (std::strcmp(name, IsaName(candidate)) == 0) {
             if (isa != nullptr) *isa = candidate;
             return true;

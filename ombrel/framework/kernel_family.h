@@ -8,9 +8,10 @@
 //
 //     int Kernel(int begin, int end, Args... args);
 //
-// and lives in ombrel::<operation>::<isa> (scalar, sse2, avx2, avx512). A family lists one entry per level;
-// a level without a kernel of its own is left null and runs the widest kernel below it. A level is listed
-// only when its kernel really uses that instruction set.
+// and lives in ombrel::<operation>::<isa> (scalar, sse2, avx2, avx512, avx512vnni). A family lists one entry
+// per level (the last may be left out: most families have nothing that needs the byte dot product); a level
+// without a kernel of its own is left null and runs the widest kernel below it. A level is listed only when
+// its kernel really uses that instruction set.
 #pragma once
 
 #include "ombrel/framework/isa.h"
@@ -25,7 +26,8 @@ class KernelFamily<int(int, int, Args...)> {
   public:
     using Fn = int (*)(int begin, int end, Args... args);
 
-    constexpr KernelFamily(Fn scalar, Fn sse2, Fn avx2, Fn avx512) : _level{scalar, sse2, avx2, avx512} {}
+    constexpr KernelFamily(Fn scalar, Fn sse2, Fn avx2, Fn avx512, Fn avx512vnni = nullptr)
+        : _level{scalar, sse2, avx2, avx512, avx512vnni} {}
 
     // The widest kernel at or below `isa`: the one rule for choosing a level.
     Fn At(Isa isa) const {
@@ -47,7 +49,7 @@ class KernelFamily<int(int, int, Args...)> {
     }
 
   private:
-    Fn _level[4];
+    Fn _level[5];
 };
 
 }  // namespace ombrel

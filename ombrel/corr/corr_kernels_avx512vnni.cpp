@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+// The cross sums of 64 positions at a time with the byte dot product: vpdpbusd adds four unsigned image
+// bytes times four signed template bytes into each 32-bit lane, with no intermediate saturation.
+//
+// Layout: accumulator ph (0..3), lane 4c + d (128-bit lane c, dword d) holds position x + 16c + 4d + ph. Its
+// four image bytes for template columns 4g .. 4g + 3 start at x + 16c + 4d + ph + 4g: with X_q the 64 bytes
+// from x + 16q, that is dword d of lane c of alignr(X_(q+1), X_q, n) for 4g + ph = 16q + n. So one in-lane
+// byte shift and one dot product per 64 products, the template dword broadcast from memory.
+//
+// Exactness: a product is at most 255 * 128 = 32640 in size, so a lane holds at most 65536 products (below
+// 2^31) before it is folded into 64 bits: template rows are taken in chunks of at most 65536 / tStride.
+// Signed image bytes are flipped to unsigned (i + 128) and 128 * sum(t) is taken off at the end.
+#include <cstdint>
+#include <cstring>
+
+#include "ombrel/corr/corr_kernels.h"
+#include "ombrel/framework/simd/lanes_avx512.h"
+
+namespace ombrel::corr::avx512vnni {
+namespace {
+
+constexpr int kBlock = 64;  // positions per block and output row
+
+// The template row of an output row that this image row does not meet (several rows at once only when
+// th * tStride <= 65536).
+alignas(64) const int8_t kZeroRow[65536] = {};
+
+__m512i LoadRow(const uint8_t* row, int64_t from, int64_t readable, __m512i flip) {
+    const int64_t n = readable - from;
+    const __mmask64 m = n >= 64 ? ~__mmask64{0} : (n <= 0 ? __mmask64{0} : (__mmask64{1} << n) - 1);
+    return _mm512_xor_si512(_mm512_maskz_loadu_epi8(m, row + (n > 0 ? from : 0)), flip);
+}
+
+int32_t Dword(const int8_t* p) {
+    int32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+
+// One group of four template columns (4 * GG within the 16-column chunk at col) against the shifted
+// image bytes, for every output row whose template row meets this image row.
+template <int GG, int R>
+void Groups(__m512i (&acc)[R][4], __m512i lo, __m512i hi, const int8_t* const* trow, int col) {
+    const __m512i s0 = _mm512_alignr_epi8(hi, lo, 4 * GG + 0), s1 = _mm512_alignr_epi8(hi, lo, 4 * GG + 1),
+                  s2 = _mm512_alignr_epi8(hi, lo, 4 * GG + 2), s3 = _mm512_alignr_epi8(hi, lo, 4 * GG + 3);
+#pragma GCC unroll 4
+    for (int j = 0; j < R; ++j) {
+        const __m512i tv = _mm512_set1_epi32(Dword(trow[j] + col + 4 * GG));
+        acc[j][0] = _mm512_dpbusd_epi32(acc[j][0], s0, tv);
+        acc[j][1] = _mm512_dpbusd_epi32(acc[j][1], s1, tv);
+        acc[j][2] = _mm512_dpbusd_epi32(acc[j][2], s2, tv);
+        acc[j][3] = _mm512_dpbusd_epi32(acc[j][3], s3, tv);
+    }
+}
+
+// Template rows [r0, r1) for the block at x and R output rows, added into total[j][64] (position order).
+// Each image row is shifted once and serves every output row whose template row lies on it.
+template <int R>
+void Chunk(const CrossRowJob& job, const uint8_t* img, int64_t x, int r0, int r1, __m512i flip,
+           int64_t (*total)[kBlock]) {
+    __m512i acc[R][4];
+#pragma GCC unroll 4
+    for (int j = 0; j < R; ++j)
+        for (auto& a : acc[j]) a = _mm512_setzero_si512();
+    const int chunks = job.tStride / 16;
+    const int64_t irEnd = int64_t{R - 1} * job.rowStep + r1;
+    for (int64_t ir = r0; ir < irEnd; ++ir) {
+        const int8_t* trow[R];
+        bool any = false;
+        for (int j = 0; j < R; ++j) {
+            const int64_t r = ir - int64_t{j} * job.rowStep;
+            const bool meets = r >= r0 && r < r1;
+            trow[j] = meets ? job.t + r * job.tStride : kZeroRow;  // no branch in the inner loop
+            any = any || meets;
+        }
+        if (!any) continue;
+        const uint8_t* row = img + ir * job.imgPitch;
+        __m512i lo = LoadRow(row, x, job.readable, flip);
+        for (int q = 0; q < chunks; ++q) {
+            const __m512i hi = LoadRow(row, x + 16 * (q + 1), job.readable, flip);
+            // All four groups, zero template columns included: branches here cost more than the products.
+            Groups<0>(acc, lo, hi, trow, 16 * q);
+            Groups<1>(acc, lo, hi, trow, 16 * q);
+            Groups<2>(acc, lo, hi, trow, 16 * q);
+            Groups<3>(acc, lo, hi, trow, 16 * q);
+            lo = hi;
+        }
+    }
+    alignas(64) int32_t lanes[4][16];
+    for (int j = 0; j < R; ++j) {
+        for (int ph = 0; ph < 4; ++ph) _mm512_store_si512(lanes[ph], acc[j][ph]);
+        for (int ph = 0; ph < 4; ++ph)
+            for (int lane = 0; lane < 16; ++lane) total[j][4 * lane + ph] += lanes[ph][lane];
+    }
+}
+
+// Up to four output rows from img, all positions [begin, end).
+template <int R>
+void Rows(int begin, int end, const CrossRowJob& job, const uint8_t* img, int64_t* out, __m512i flip) {
+    const int64_t correction = job.imgSigned ? -128 * job.tSum : 0;
+    // Rows shared between output rows need the whole template in one chunk; a template too large for that
+    // goes one output row at a time (R = 1), in chunks of rows.
+    const int rowsPerChunk = R == 1 ? 65536 / job.tStride : job.th;
+    for (int64_t x = begin; x < end; x += kBlock) {
+        int64_t total[R][kBlock] = {};
+        for (int r0 = 0; r0 < job.th; r0 += rowsPerChunk)
+            Chunk<R>(job, img, x, r0, r0 + rowsPerChunk < job.th ? r0 + rowsPerChunk : job.th, flip, total);
+        const int64_t n = end - x < kBlock ? end - x : kBlock;
+        for (int j = 0; j < R; ++j)
+            for (int64_t p = 0; p < n; ++p) out[j * job.outStride + x + p] = total[j][p] + correction;
+    }
+}
+
+}  // namespace
+
+int CrossRow(int begin, int end, const CrossRowJob& job) {
+    if (end <= begin || job.tStride <= 0 || job.tStride % 16 != 0 || job.tStride > 65536) return begin;
+    const __m512i flip = _mm512_set1_epi8(job.imgSigned ? static_cast<char>(0x80) : 0);
+    const bool shared = int64_t{job.th} * job.tStride <= 65536;
+    for (int j = 0; j < job.outRows;) {
+        const uint8_t* img = job.img + int64_t{j} * job.rowStep * job.imgPitch;
+        int64_t* out = job.out + j * job.outStride;
+        const int left = shared ? job.outRows - j : 1;
+        if (left >= 4) {
+            Rows<4>(begin, end, job, img, out, flip);
+            j += 4;
+        } else if (left == 3) {
+            Rows<3>(begin, end, job, img, out, flip);
+            j += 3;
+        } else if (left == 2) {
+            Rows<2>(begin, end, job, img, out, flip);
+            j += 2;
+        } else {
+            Rows<1>(begin, end, job, img, out, flip);
+            j += 1;
+        }
+    }
+    return end;
+}
+
+}  // namespace ombrel::corr::avx512vnni
