@@ -169,9 +169,11 @@ int ReportBatch(const std::string& command, const std::vector<FileOutcome>& outc
 }
 
 int WriteBatchJson(const std::string& command, const std::string& path,
-                   const std::vector<FileOutcome>& outcomes, int status) {
+                   const std::vector<FileOutcome>& outcomes, int status, const Json& fieldDescriptions) {
     if (path.empty()) return status;
-    Json document{{"tool", "ombrel " + command}, {"images", Json::array()}};
+    Json document{{"tool", "ombrel " + command}};
+    if (!fieldDescriptions.is_null()) document["field_descriptions"] = fieldDescriptions;
+    document["images"] = Json::array();
     for (const FileOutcome& o : outcomes)
         document["images"].push_back(o.ok() ? o.record : Json{{"file", o.input}, {"error", o.error}});
     const std::string problem = WriteJsonFile(path, document);

@@ -53,8 +53,11 @@ std::string WriteJsonFile(const std::string& path, const Json& document);
 // Writes the batch's JSON document to `path` (nothing when it is empty): {"tool": "ombrel CMD", "images":
 // [...]} with each file's record, or its name and error. Returns `status`, or 1 when the file cannot be
 // written.
+// `fieldDescriptions`, when given, goes into the document as "field_descriptions" (what each field means,
+// its formula and unit).
 int WriteBatchJson(const std::string& command, const std::string& path,
-                   const std::vector<FileOutcome>& outcomes, int status);
+                   const std::vector<FileOutcome>& outcomes, int status,
+                   const Json& fieldDescriptions = Json());
 
 // "ombrel CMD: WHAT: problem" on standard error.
 void PrintError(const std::string& command, const std::string& what, const std::string& problem);
