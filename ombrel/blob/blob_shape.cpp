@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <numbers>
 
 namespace ombrel {
@@ -211,13 +212,7 @@ int64_t Fill(int w, int h, const std::vector<uint8_t>& open, std::vector<uint8_t
     return count;
 }
 
-}  // namespace
-
-double OuterPerimeter(const RegionPixels& region) {
-    return ChordLength(BoundaryMidpoints(region));
-}
-
-ShapeMeasures MeasureShape(const RegionPixels& r) {
+ShapeMeasures Measure(const RegionPixels& r) {
     ShapeMeasures m;
     double sx = 0, sy = 0, sxx = 0, sxy = 0, syy = 0;
     for (int y = 0; y < r.height; ++y) {
@@ -252,7 +247,7 @@ ShapeMeasures MeasureShape(const RegionPixels& r) {
     return m;
 }
 
-bool BlobPixels(Blob& blob, const Buffer& inBand, Point origin, RegionPixels* out) {
+bool Rebuild(Blob& blob, const Buffer& inBand, Point origin, RegionPixels* out) {
     *out = RegionPixels{};
     if (blob.IsRoot() || inBand.BitsPerPixel() != 8) return false;
     const int left = int(blob.GetFeat(BF_LEFT)) - 1, top = int(blob.GetFeat(BF_TOP)) - 1;
@@ -301,6 +296,33 @@ bool BlobPixels(Blob& blob, const Buffer& inBand, Point origin, RegionPixels* ou
     out->height = h - 2;
     out->eightConnected = object;
     return true;
+}
+
+}  // namespace
+
+double OuterPerimeter(const RegionPixels& region) {
+    try {
+        return ChordLength(BoundaryMidpoints(region));
+    } catch (const std::bad_alloc&) {
+        return 0.0;
+    }
+}
+
+ShapeMeasures MeasureShape(const RegionPixels& region) {
+    try {
+        return Measure(region);
+    } catch (const std::bad_alloc&) {
+        return ShapeMeasures{};
+    }
+}
+
+bool BlobPixels(Blob& blob, const Buffer& inBand, Point origin, RegionPixels* out) {
+    try {
+        return Rebuild(blob, inBand, origin, out);
+    } catch (const std::bad_alloc&) {
+        *out = RegionPixels{};
+        return false;
+    }
 }
 
 }  // namespace ombrel

@@ -67,10 +67,11 @@ struct ShapeMeasures {
     double solidity = 0.0;      ///< area / convexArea
 };
 
-/// Measures the region; all zero for a region without pixels.
+/// Measures the region; all zero for a region without pixels or when memory runs out.
 OMBREL_API ShapeMeasures MeasureShape(const RegionPixels& region);
 
-/// The length of the outer boundary of `region` as described above (0 for no pixels).
+/// The length of the outer boundary of `region` as described above (0 for no pixels, or when memory runs
+/// out).
 OMBREL_API double OuterPerimeter(const RegionPixels& region);
 
 /// Rebuilds the pixels of `blob` from the image it was found in. `inBand` is the agent's classification,
@@ -79,7 +80,8 @@ OMBREL_API double OuterPerimeter(const RegionPixels& region);
 /// region of interest's place in the image. The region is the connected component of the blob's first
 /// pixel plus everything it encloses except its listed children (holes that the area filters deleted were
 /// filled into it, as the agent does). Returns false, leaving `out` empty, when the rebuilt region does not
-/// have the blob's area (a row or column step above 1 samples the image), or for the root.
+/// have the blob's area (a row or column step above 1 samples the image), for the root, for a buffer that is
+/// not 8-bit, or when memory runs out. Nothing outside `inBand` is read.
 OMBREL_API bool BlobPixels(Blob& blob, const Buffer& inBand, Point origin, RegionPixels* out);
 
 }  // namespace ombrel
