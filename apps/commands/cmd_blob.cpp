@@ -54,10 +54,17 @@ std::unique_ptr<Buffer> InBandImage(const Buffer& image, const Placement& placem
     if (!inBand) throw InputError(problem);
     const Buffer* mask = placement.roi.IsMasked() ? placement.roi.GetMaskbits() : nullptr;
     for (int y = 0; y < placement.region.height; ++y) {
-        const uint8_t* in = image.Row(placement.origin.y + y) + placement.origin.x;
+        const int iy = placement.origin.y + y;
         uint8_t* out = inBand->Row(y);
         for (int x = 0; x < placement.region.width; ++x) {
-            bool selected = in[x] >= band.low && in[x] <= band.high;
+            const int ix = placement.origin.x + x;
+            // Pixels outside the image (a region that hangs over its edge) are background, as in the agent.
+            if (iy < 0 || ix < 0 || iy >= image.Height() || ix >= image.Width()) {
+                out[x] = 0;
+                continue;
+            }
+            const uint8_t v = image.Row(iy)[ix];
+            bool selected = v >= band.low && v <= band.high;
             if (selected && mask != nullptr) {
                 selected = mask->BitsPerPixel() == 1 ? (mask->Row(y)[x >> 3] >> (7 - (x & 7))) & 1
                                                      : mask->Row(y)[x] != 0;
@@ -222,7 +229,8 @@ void WriteOverlay(const std::string& path, const Buffer& image, const Placement&
         if (blob->Color() != 0) continue;
         DrawAxes(&dc, figures[i]);
         dc.SelectObject(kCentroidColour);
-        blob->DrawCentroid(&dc, nullptr, 2 + textScale);
+        // At the mean pixel index, the figure the JSON gives (the drawing puts pixel centres at +0.5).
+        dc.CrossAt(figures[i].m.centroidX + 0.5, figures[i].m.centroidY + 0.5, 2 + textScale);
     }
     dc.SelectObject(kLabelColour);
     for (Blob* blob : result.Blobs()) DrawLabel(&dc, *blob, textScale);
