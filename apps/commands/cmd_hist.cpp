@@ -72,13 +72,14 @@ Json HistogramFieldDescriptions() {
                 {"max", "largest pixel value (integer)"},
                 {"otsu_threshold",
                  "Otsu's threshold t of the 256-value histogram: classes v <= t and v > t, as "
-                 "cv2.threshold with THRESH_OTSU"},
+                 "cv2.threshold with THRESH_OTSU (on the unsigned values, also with --signed)"},
                 {"signed", "pixels read as signed bytes (-128..127) for every figure"},
                 {"bins", "number of bins of counts"},
                 {"counts", "pixels per bin; bin i holds values i * 256 / bins .. (i + 1) * 256 / bins - 1"},
                 {"agent",
                  "the histogram agent's own figures, by its own rules: pixel_count leaves zero pixels out; "
-                 "mean = pixel_sum / pixel_count in integer division; std_dev sums (bin centre - mean)^2 "
+                 "mean = pixel_sum / pixel_count in integer division (an integer); std_dev sums (bin centre "
+                 "- mean)^2 "
                  "over every bin, zeros included, divided by pixel_count - 1 (null when that is 0); "
                  "median = centre of the bin after the last one whose running count is below half of "
                  "pixel_count (0 when the first bin reaches half)"}};
@@ -114,7 +115,7 @@ Json AnalyseHistogram(Buffer& image, const Placement& placement, const Histogram
     record["otsu_threshold"] = otsu;
     record["agent"] = {{"pixel_count", agent->PixelCount()},
                        {"pixel_sum", agent->PixelSum()},
-                       {"mean", Finite(agent->Mean())},
+                       {"mean", static_cast<int64_t>(agent->Mean())},  // an integer division
                        {"std_dev", Finite(agent->StdDev())},
                        {"median", Finite(agent->Median())}};
     record["counts"] = bins;
