@@ -198,13 +198,17 @@ std::string Dump(const Json& value, int indent) {
 // The JSON document written a record at a time: the same form as if it had been built whole and dumped.
 class JsonDocumentWriter {
   public:
-    std::string Open(const std::string& path, const std::string& tool, bool withImages) {
+    std::string Open(const std::string& path, const std::string& tool, const Json& fieldDescriptions,
+                     bool withImages) {
         if (path.empty()) return "";
         _path = path;
         const std::string problem = _file.Open(path);
         if (!problem.empty()) return problem;
         _withImages = withImages;
-        Put("{\n  \"tool\": " + Dump(Json(tool), -1) + (withImages ? ",\n  \"images\": [" : ""));
+        Put("{\n  \"tool\": " + Dump(Json(tool), -1));
+        if (!fieldDescriptions.is_null())
+            Put(",\n  \"field_descriptions\": " + Indented(Dump(fieldDescriptions, 2), 2).substr(2));
+        if (withImages) Put(",\n  \"images\": [");
         return "";
     }
     void Add(const Json& record) {
@@ -391,7 +395,8 @@ int RunStreamedBatch(const std::string& command, const std::vector<std::string>&
     JsonLinesWriter lines;
     CsvWriter csv;
     const std::pair<const std::string*, std::string> opened[] = {
-        {&outputs.json, document.Open(outputs.json, "ombrel " + command, !outputs.summaryOnly)},
+        {&outputs.json,
+         document.Open(outputs.json, "ombrel " + command, outputs.fieldDescriptions, !outputs.summaryOnly)},
         {&outputs.jsonl, lines.Open(outputs.jsonl)},
         {&outputs.csv, csv.Open(outputs.csv)}};
     for (const auto& [path, problem] : opened) {
@@ -494,9 +499,11 @@ int ReportBatch(const std::string& command, const std::vector<FileOutcome>& outc
 }
 
 int WriteBatchJson(const std::string& command, const std::string& path,
-                   const std::vector<FileOutcome>& outcomes, int status) {
+                   const std::vector<FileOutcome>& outcomes, int status, const Json& fieldDescriptions) {
     if (path.empty()) return status;
-    Json document{{"tool", "ombrel " + command}, {"images", Json::array()}};
+    Json document{{"tool", "ombrel " + command}};
+    if (!fieldDescriptions.is_null()) document["field_descriptions"] = fieldDescriptions;
+    document["images"] = Json::array();
     for (const FileOutcome& o : outcomes)
         document["images"].push_back(o.ok() ? o.record : Json{{"file", o.input}, {"error", o.error}});
     const std::string problem = WriteJsonFile(path, document);

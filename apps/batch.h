@@ -61,6 +61,8 @@ struct BatchOutputs {
     bool summaryOnly = false;
     bool quiet = false;
     int jobs = 1;
+    Json fieldDescriptions;  // when set, the --json document's "field_descriptions": each field's formula and
+                             // unit
 };
 
 // Adds --jsonl, --csv and --summary-only to a subcommand (--json, --jobs and --quiet stay the command's own
@@ -106,8 +108,11 @@ std::string WriteJsonFile(const std::string& path, const Json& document);
 // Writes the batch's JSON document to `path` (nothing when it is empty): {"tool": "ombrel CMD", "images":
 // [...]} with each file's record, or its name and error. Returns `status`, or 1 when the file cannot be
 // written.
+// `fieldDescriptions`, when given, goes into the document as "field_descriptions" (what each field means,
+// its formula and unit).
 int WriteBatchJson(const std::string& command, const std::string& path,
-                   const std::vector<FileOutcome>& outcomes, int status);
+                   const std::vector<FileOutcome>& outcomes, int status,
+                   const Json& fieldDescriptions = Json());
 
 // "ombrel CMD: WHAT: problem" on standard error.
 void PrintError(const std::string& command, const std::string& what, const std::string& problem);

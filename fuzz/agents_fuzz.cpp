@@ -74,6 +74,9 @@ void RunHistogram(Bytes& in) {
     agent->SetSigned(in.Flag());
     if (in.Flag()) bins.resize(static_cast<size_t>(in.Int(0, 300)));
     agent->Go();
+    // The standard statistics and Otsu's threshold read any vector of counts.
+    ombrel::StatisticsOfHistogram(bins);
+    ombrel::OtsuThreshold(bins);
 }
 
 void RunMask(Bytes& in) {
@@ -100,9 +103,17 @@ void RunBlob(Bytes& in) {
     agent->SetAreaLimits(in.Int(-5, 500), in.Int(-5, 5000));
     agent->SetFilterFlags(in.Int(0, 63));
     agent->SetOptions(in.Int(0, 63));
+    const int wanted[] = {in.Int(-2, 70), in.Int(-2, 70)};
+    ombrel::EnableBlobFeatures(*agent, wanted);
     for (int run = 0; run < 2; ++run) agent->Go();
-    for (ombrel::Blob* blob = result.First(); blob != nullptr; blob = blob->Next())
+    // Rebuilding regions from a classification of any size reads nothing outside it.
+    auto inBand = Image(in, in.Flag() ? ombrel::EIGHT : ombrel::ONE);
+    for (ombrel::Blob* blob = result.First(); blob != nullptr; blob = blob->Next()) {
         for (int feature = 0; feature <= 65; ++feature) blob->GetFeat(feature);
+        ombrel::RegionPixels pixels;
+        if (inBand && ombrel::BlobPixels(*blob, *inBand, ombrel::Point{}, &pixels))
+            ombrel::MeasureShape(pixels);
+    }
 }
 
 void RunProject(Bytes& in) {

@@ -4,6 +4,7 @@
 #pragma once
 #include <string>
 
+#include "auto_band.h"
 #include "blob_features.h"
 #include "command.h"
 
@@ -14,12 +15,17 @@ struct HistogramParams {
     bool signedPixels = false;
 };
 
-// Runs the library's histogram agent over `placement` on `image`; throws InputError when it cannot.
+// What each field of a histogram record means (formula and unit).
+Json HistogramFieldDescriptions();
+
+// Runs the library's histogram agent over `placement` on `image` and adds numpy's figures and Otsu's
+// threshold beside the agent's; throws InputError when it cannot.
 Json AnalyseHistogram(Buffer& image, const Placement& placement, const HistogramParams& params,
                       std::string* table);
 
 struct BlobParams {
-    Band band;
+    Band band;                            // used as given when bandMode is Fixed
+    BandMode bandMode = BandMode::Fixed;  // else chosen per image from Otsu's threshold
     int minArea = 1;
     int maxArea = 2147483647;
     bool noBorder = false;

@@ -1,83 +1,69 @@
 // SPDX-License-Identifier: MIT
 #include "blob_features.h"
 
-#include <ombrel/blob/blob_result.h>
+#include <cmath>
+#include <numbers>
+
+#include <ombrel/blob/blob_feature_set.h>
 
 namespace ombrel::cli {
+namespace {
+
+// The standard figures of a region record, in the order they are written.
+const std::vector<std::pair<const char*, const char*>>& StandardFields() {
+    static const std::vector<std::pair<const char*, const char*>> fields = {
+        {"label", "1..N in raster order of the region's first pixel; 0 is the background"},
+        {"kind",
+         "object (pixels in the band, 8-connected) or hole (background inside an object, 4-connected)"},
+        {"parent", "label of the enclosing region (0: the background)"},
+        {"children", "labels of the regions directly inside this one"},
+        {"bounding_box", "left, top, right, bottom in image pixels; right and bottom exclusive"},
+        {"area", "number of pixels (integer)"},
+        {"centroid",
+         "[x, y] mean pixel column and row in image pixels, pixel (x, y) centred at (x, y) "
+         "(OpenCV m10/m00, m01/m00; scikit-image centroid reversed)"},
+        {"perimeter",
+         "pixels: length of the outer boundary (holes not included), followed through the "
+         "midpoints of the pixel edges between region and outside and straightened into chords "
+         "within 0.5 pixel of them, so that straight edges at any angle are exact"},
+        {"circularity",
+         "4 pi area / perimeter^2: about 1 for a disc, 0.785 for a square (above 1 for regions of a few "
+         "pixels)"},
+        {"major_axis",
+         "pixels: 4 sqrt(l1), l1 the larger eigenvalue of the covariance of the pixel indices "
+         "(the axis of the ellipse with the same second moments; scikit-image "
+         "axis_major_length)"},
+        {"minor_axis", "pixels: 4 sqrt(l2), l2 the smaller eigenvalue"},
+        {"orientation",
+         "degrees in (-90, 90]: angle of the major axis from +x towards +y (y points down, so "
+         "clockwise on screen): 0.5 atan2(2 mu11, mu20 - mu02)"},
+        {"eccentricity", "sqrt(1 - l2 / l1): 0 for a circle, towards 1 for a line"},
+        {"euler_number", "1 - number of holes, from the 2x2 pixel patterns (integer)"},
+        {"convex_area",
+         "pixels whose centres lie in the convex hull of the region's pixel centres (integer)"},
+        {"solidity", "area / convex_area, at most 1"},
+        {"note",
+         "with --step above 1 the agent samples the image: only area, centroid and the features are "
+         "given, the other standard figures are null"},
+    };
+    return fields;
+}
+
+}  // namespace
 
 const std::vector<FeatureName>& AllBlobFeatures() {
-    static const std::vector<FeatureName> features = {
-        {"colour", BF_COLOR},
-        {"area", BF_AREA},
-        {"filled_area", BF_FILLED_AREA},
-        {"holes", BF_HOLES},
-        {"left", BF_LEFT},
-        {"right", BF_RIGHT},
-        {"top", BF_TOP},
-        {"bottom", BF_BOTTOM},
-        {"boundary_sum_dx", BF_SUM_DX},
-        {"boundary_sum_dy", BF_SUM_DY},
-        {"sum_x", BF_SUM_X},
-        {"sum_y", BF_SUM_Y},
-        {"moment_xx", BF_XX},
-        {"moment_xy", BF_XY},
-        {"moment_yy", BF_YY},
-        {"area_double", BF_AREA_D},
-        {"centroid_x", BF_CENTROID_X},
-        {"centroid_y", BF_CENTROID_Y},
-        {"minor_axis", BF_MINOR_AXIS},
-        {"major_axis", BF_MAJOR_AXIS},
-        {"axis_angle", BF_AXIS_ANGLE},
-        {"perimeter", BF_PERIMETER},
-        {"filled_area_double", BF_FILLED_AREA_D},
-        {"area_fraction", BF_AREA_FRACTION},
-        {"min_radius", BF_MIN_RADIUS},
-        {"max_radius", BF_MAX_RADIUS},
-        {"min_radius_angle", BF_MIN_RADIUS_ANGLE},
-        {"max_radius_angle", BF_MAX_RADIUS_ANGLE},
-        {"mean_radius", BF_MEAN_RADIUS},
-        {"length", BF_LENGTH},
-        {"width", BF_WIDTH},
-        {"hole_area", BF_HOLE_AREA},
-        {"area_over_filled", BF_AREA_OVER_FILLED},
-        {"axis_ratio", BF_AXIS_RATIO},
-        {"perimeter2_over_area", BF_P2_OVER_AREA},
-        {"radius_ratio", BF_RADIUS_RATIO},
-        {"width_over_length", BF_WIDTH_OVER_LENGTH},
-        {"box_width", BF_BOX_WIDTH},
-        {"box_height", BF_BOX_HEIGHT},
-        {"box_area", BF_BOX_AREA},
-        {"filled_over_box", BF_FILLED_OVER_BOX},
-        {"centroid_distance", BF_CENTROID_DISTANCE},
-        {"compactness", BF_COMPACTNESS},
-        {"radial_angle_diff", BF_RADIAL_ANGLE_DIFF},
-        {"length_box_offset_along", BF_LENBOX_OFFSET_ALONG},
-        {"length_box_offset_across", BF_LENBOX_OFFSET_ACROSS},
-        {"bottom_end_x", BF_BOTTOM_END_X},
-        {"right_row", BF_RIGHT_ROW},
-        {"top_x", BF_TOP_X},
-        {"left_row", BF_LEFT_ROW},
-        {"parent_label", BF_PARENT_LABEL},
-        {"mean_grey", BF_MEAN_GREY},
-        {"grey_sum", BF_GREY_SUM},
-        {"min_radius_dx", BF_MIN_RADIUS_DX},
-        {"min_radius_dy", BF_MIN_RADIUS_DY},
-        {"max_radius_dx", BF_MAX_RADIUS_DX},
-        {"max_radius_dy", BF_MAX_RADIUS_DY},
-        {"axis_frame_00", BF_AXIS_FRAME_00},
-        {"axis_frame_01", BF_AXIS_FRAME_01},
-        {"axis_frame_02", BF_AXIS_FRAME_02},
-        {"axis_frame_10", BF_AXIS_FRAME_10},
-        {"axis_frame_11", BF_AXIS_FRAME_11},
-        {"axis_frame_12", BF_AXIS_FRAME_12},
-    };
+    static const std::vector<FeatureName> features = [] {
+        std::vector<FeatureName> list;
+        for (const BlobFeatureInfo& f : BlobFeatureTable())
+            list.push_back({f.name, f.number, f.integer, std::string(f.unit) == "rad"});
+        return list;
+    }();
     return features;
 }
 
 const char* DefaultBlobFeatures() {
     return "area,filled_area,holes,centroid_x,centroid_y,major_axis,minor_axis,axis_angle,perimeter,"
-           "compactness,"
-           "mean_grey";
+           "compactness,mean_grey";
 }
 
 bool ParseBlobFeatures(const std::string& list, std::vector<FeatureName>* features, std::string* error) {
@@ -105,6 +91,45 @@ bool ParseBlobFeatures(const std::string& list, std::vector<FeatureName>* featur
         start = end + 1;
     }
     return true;
+}
+
+Json FeatureValue(const FeatureName& feature, double value) {
+    if (!std::isfinite(value)) return nullptr;
+    if (feature.integer) return static_cast<int64_t>(std::llround(value));
+    if (feature.angle) return value * 180.0 / std::numbers::pi;
+    return value;
+}
+
+Json BlobFieldDescriptions() {
+    Json fields;
+    for (const auto& [name, text] : StandardFields()) fields[name] = text;
+    Json features;
+    features["about"] =
+        "the blob agent's numbered features (Blob::GetFeat), computed by the library's own rules and kept "
+        "exactly; integer features are written as integers and angles in degrees (the library returns "
+        "radians). Positions carry the region of interest's origin";
+    for (const BlobFeatureInfo& f : BlobFeatureTable()) {
+        std::string unit = f.unit;
+        if (unit == "rad") unit = "degrees";
+        features[f.name] = "feature " + std::to_string(f.number) + ": " + f.description +
+                           (unit.empty() ? "" : " [" + unit + "]");
+    }
+    fields["features"] = features;
+    return fields;
+}
+
+std::string BlobFieldHelp() {
+    std::string text = "Fields of each region (JSON \"field_descriptions\" repeats them):\n";
+    for (const auto& [name, description] : StandardFields())
+        text += "  " + std::string(name) + ": " + description + "\n";
+    text += "  features: the agent's numbered features selected by --features, by their own rules:\n";
+    for (const BlobFeatureInfo& f : BlobFeatureTable()) {
+        std::string unit = f.unit;
+        if (unit == "rad") unit = "degrees";
+        text += "    " + std::string(f.name) + " (" + std::to_string(f.number) + "): " + f.description +
+                (unit.empty() ? "" : " [" + unit + "]") + "\n";
+    }
+    return text;
 }
 
 }  // namespace ombrel::cli

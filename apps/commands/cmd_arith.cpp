@@ -40,10 +40,44 @@ struct ArithOptions {
     std::string band = "0:255";
     int bits = 255;
     int shift = 0;
+    std::string overflow;  // saturate (default), white or wrap
+    bool signedA = false;
+    bool signedB = false;
+    bool signedOut = false;
     std::string out;
     std::string json;
     bool quiet = false;
 };
+
+// Operations whose sign and clipping the agent lets a caller set.
+bool SignAndClipAdjustable(ArithOp op) {
+    return op == _ARITH_COPY || op == _ARITH_ABS || op == _ARITH_ADD || op == _ARITH_SUB ||
+           op == _ARITH_DIFF || op == _ARITH_MULT;
+}
+
+// Applies --overflow and the sign flags. The agent decides what it keeps (see --help): a signed output
+// never keeps the clip flag, add and diff on an unsigned output never keep clamping, sub on an unsigned
+// output never keeps the clip flag -- so "white" for sub keeps the agent's initial settings (clip on).
+void SetOverflow(ArithAgent& agent, const ArithOptions& options) {
+    const std::string mode = options.overflow.empty() ? "saturate" : options.overflow;
+    const bool anySigned = options.signedA || options.signedB || options.signedOut;
+    if (mode == "white" && !anySigned && agent.Clip()) return;
+    // add and diff cannot keep clamping on an unsigned output: the clip flag is their nearest saturation.
+    const bool addOrDiff = agent.Op() == _ARITH_ADD || agent.Op() == _ARITH_DIFF;
+    const bool clip = mode == "white" || (mode == "saturate" && addOrDiff && !options.signedOut);
+    agent.SetSignClip(options.signedA ? _ARITH_SIGNED : _ARITH_UNSIGNED,
+                      options.signedB ? _ARITH_SIGNED : _ARITH_UNSIGNED,
+                      options.signedOut ? _ARITH_SIGNED : _ARITH_UNSIGNED, clip, mode == "saturate");
+}
+
+// The rule the agent ended with, in words.
+std::string OverflowRule(const ArithAgent& agent) {
+    if (agent.SignDest() != _ARITH_UNSIGNED)
+        return agent.SecondFlag() ? "signed output clamped to -128..127" : "signed output, low 8 bits kept";
+    if (agent.SecondFlag()) return "results clamped to 0..255 (as cv2.add / cv2.subtract)";
+    if (agent.Clip()) return "results above 255 become 255 and results below 0 become 255 (white)";
+    return "low 8 bits kept (results wrap around modulo 256)";
+}
 
 std::string ImageSize(const Buffer& image) {
     return std::to_string(image.Width()) + " x " + std::to_string(image.Height());
@@ -71,6 +105,7 @@ Json Compute(const ArithOptions& options, DecodedImage& a, DecodedImage* b, std:
     const Band band = ParseBand(options.band, &problem).value_or(Band{});
     agent->SetBand(band.low, band.high);
     if (op == _ARITH_MASKSHIFT) agent->SetMaskShift(_ARITH_MASK_AND, options.bits, options.shift);
+    if (SignAndClipAdjustable(op)) SetOverflow(*agent, options);
     const int status = agent->Go();
     if (status != 0) throw InputError("the arithmetic agent failed with status " + std::to_string(status));
     ArithResults results;
@@ -86,6 +121,11 @@ Json Compute(const ArithOptions& options, DecodedImage& a, DecodedImage* b, std:
                 {"pre_offset", agent->PreOffset()},
                 {"post_offset", agent->PostOffset()},
                 {"clip", agent->Clip()},
+                {"clamp", agent->SecondFlag()},
+                {"signed_a", agent->SignA() != _ARITH_UNSIGNED},
+                {"signed_b", agent->SignB() != _ARITH_UNSIGNED},
+                {"signed_out", agent->SignDest() != _ARITH_UNSIGNED},
+                {"overflow_rule", OverflowRule(*agent)},
                 {"output", options.out},
                 {"output_sum", static_cast<uint32_t>(results.word[0])},
                 {"output_non_zero", results.word[1]}};
@@ -97,6 +137,7 @@ Json Compute(const ArithOptions& options, DecodedImage& a, DecodedImage* b, std:
                   options.out.c_str(), ImageSize(*destination).c_str(), agent->Gain(), agent->Multiplier(),
                   agent->Shift(), agent->Offset(), static_cast<uint32_t>(results.word[0]), results.word[1]);
     *table = line;
+    *table += "  overflow: " + OverflowRule(*agent) + "\n";
     return record;
 }
 
@@ -106,6 +147,15 @@ int RunArith(const ArithOptions& options) {
     if (needsB != !options.b.empty()) {
         std::fprintf(stderr, "ombrel arith: %s %s\n", options.op.c_str(),
                      needsB ? "needs two images, A and B" : "takes one image, A");
+        return 2;
+    }
+    const bool setsSignOrClip =
+        !options.overflow.empty() || options.signedA || options.signedB || options.signedOut;
+    if (setsSignOrClip && !SignAndClipAdjustable(ArithOps().at(options.op))) {
+        std::fprintf(stderr,
+                     "ombrel arith: %s has fixed sign and clipping: --overflow and --signed-* apply to copy, "
+                     "abs, add, sub, diff and mult\n",
+                     options.op.c_str());
         return 2;
     }
     if (const std::string problem = OutputFormatProblem(options.out); !problem.empty()) {
@@ -165,10 +215,29 @@ CommandRun AddArithCommand(CLI::App& program) {
     command->add_option("--shift", options->shift, "Left shift (right when negative) of maskshift, -7 to 7")
         ->check(CLI::Range(-7, 7))
         ->capture_default_str();
+    command
+        ->add_option("--overflow", options->overflow,
+                     "What happens to results outside 0..255 (copy, abs, add, sub, diff, mult): saturate "
+                     "(default: clamp to 0..255, as cv2.add / cv2.subtract), white (results above 255 and "
+                     "below 0 become 255: the agent's clip flag), wrap (keep the low 8 bits)")
+        ->check(CLI::IsMember({"saturate", "white", "wrap"}));
+    command->add_flag("--signed-a", options->signedA, "Read A as signed bytes (-128..127)");
+    command->add_flag("--signed-b", options->signedB, "Read B as signed bytes (-128..127)");
+    command->add_flag("--signed-out", options->signedOut,
+                      "Write signed bytes: saturate clamps to -128..127, white is not possible (the agent "
+                      "turns its clip flag off and says so)");
     command->add_option("-o,--out", options->out, "Output image (.png, .pgm or .pbm)")->required();
     command->add_option("--json", options->json, "Write the parameters and the result words to this file");
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
-    command->footer("Example:\n  ombrel arith diff part.png golden.png --gain 4 --out difference.png");
+    command->footer(
+        "Overflow rule: the result gain x value + offset is written as it is when it lies in 0..255; "
+        "otherwise --overflow decides.\nThe agent keeps only some settings: add and diff cannot clamp "
+        "below 0 on an unsigned output, so saturate runs them with the clip flag (above 255 -> 255, and a "
+        "negative result, possible only with a negative gain or offset, -> 255), and sub keeps white only "
+        "as its initial setting. The JSON's \"overflow_rule\" and the "
+        "printed line say which rule ran.\n\n"
+        "Example:\n  ombrel arith diff part.png golden.png --gain 4 --out difference.png\n"
+        "  ombrel arith sub part.png background.png --out darker-removed.png   (negatives become 0)");
     return [options] { return RunArith(*options); };
 }
 

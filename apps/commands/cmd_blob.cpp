@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <numbers>
 
 #include <ombrel/blob/blob.h>
 #include <ombrel/framework/angles.h>
@@ -40,47 +41,126 @@ Json TreeRecord(const Blob& blob) {
     return Json{{"label", blob.Label()}, {"kind", Kind(blob)}, {"children", children}};
 }
 
-Json RegionsRecord(const BlobResult& result, const std::vector<FeatureName>& features) {
+// The standard figures of one region, beside the agent's: null where the pixels cannot be rebuilt.
+struct Standard {
+    bool shape = false;  // pixels rebuilt: every figure valid
+    ShapeMeasures m;
+};
+
+// The band's class over the region of interest: 1 where a pixel is in the band (and under the mask).
+std::unique_ptr<Buffer> InBandImage(const Buffer& image, const Placement& placement, const Band& band) {
+    std::string problem;
+    auto inBand = detail::AllocateGrey(placement.region.width, placement.region.height, &problem);
+    if (!inBand) throw InputError(problem);
+    const Buffer* mask = placement.roi.IsMasked() ? placement.roi.GetMaskbits() : nullptr;
+    for (int y = 0; y < placement.region.height; ++y) {
+        const int iy = placement.origin.y + y;
+        uint8_t* out = inBand->Row(y);
+        for (int x = 0; x < placement.region.width; ++x) {
+            const int ix = placement.origin.x + x;
+            // Pixels outside the image (a region that hangs over its edge) are background, as in the agent.
+            if (iy < 0 || ix < 0 || iy >= image.Height() || ix >= image.Width()) {
+                out[x] = 0;
+                continue;
+            }
+            const uint8_t v = image.Row(iy)[ix];
+            bool selected = v >= band.low && v <= band.high;
+            if (selected && mask != nullptr) {
+                selected = mask->BitsPerPixel() == 1 ? (mask->Row(y)[x >> 3] >> (7 - (x & 7))) & 1
+                                                     : mask->Row(y)[x] != 0;
+            }
+            out[x] = selected ? 1 : 0;
+        }
+    }
+    return inBand;
+}
+
+std::vector<Standard> StandardFigures(BlobResult& result, const Buffer* inBand, const Placement& placement) {
+    std::vector<Standard> figures(result.Blobs().size());
+    for (size_t i = 0; i < figures.size(); ++i) {
+        Blob& blob = *result.Blobs()[i];
+        RegionPixels pixels;
+        if (inBand != nullptr && BlobPixels(blob, *inBand, placement.origin, &pixels)) {
+            figures[i].shape = true;
+            figures[i].m = MeasureShape(pixels);
+        } else {
+            // Sampled: the agent's moments still give the mean pixel index (its x sits half a pixel left).
+            figures[i].m.area = blob.Area();
+            figures[i].m.centroidX = blob.GetFeat(BF_CENTROID_X) + 0.5;
+            figures[i].m.centroidY = blob.GetFeat(BF_CENTROID_Y);
+        }
+    }
+    return figures;
+}
+
+double Degrees(double radians) {
+    return radians * 180.0 / std::numbers::pi;
+}
+
+Json RegionsRecord(const BlobResult& result, const std::vector<Standard>& figures,
+                   const std::vector<FeatureName>& features) {
     Json regions = Json::array();
-    for (Blob* blob : result.Blobs()) {
+    for (size_t i = 0; i < figures.size(); ++i) {
+        Blob* blob = result.Blobs()[i];
+        const Standard& s = figures[i];
         Json children = Json::array();
         for (const Blob* c = blob->FirstChild(); c != nullptr; c = c->NextSibling())
             children.push_back(c->Label());
-        Json values;
-        for (const FeatureName& f : features) values[f.name] = blob->GetFeat(f.number);
+        Json values = Json::object();
+        for (const FeatureName& f : features) values[f.name] = FeatureValue(f, blob->GetFeat(f.number));
         const Blob* parent = blob->Parent();
-        regions.push_back({{"label", blob->Label()},
-                           {"kind", Kind(*blob)},
-                           {"parent", parent == nullptr || parent->IsRoot() ? 0 : parent->Label()},
-                           {"children", children},
-                           {"bounding_box", BoxRecord(*blob)},
-                           {"features", values}});
+        auto shape = [&](double v) -> Json { return s.shape && std::isfinite(v) ? Json(v) : Json(nullptr); };
+        regions.push_back(
+            {{"label", blob->Label()},
+             {"kind", Kind(*blob)},
+             {"parent", parent == nullptr || parent->IsRoot() ? 0 : parent->Label()},
+             {"children", children},
+             {"bounding_box", BoxRecord(*blob)},
+             {"area", s.m.area},
+             {"centroid", {s.m.centroidX, s.m.centroidY}},
+             {"perimeter", shape(s.m.perimeter)},
+             {"circularity", shape(s.m.circularity)},
+             {"major_axis", shape(s.m.majorAxis)},
+             {"minor_axis", shape(s.m.minorAxis)},
+             {"orientation", shape(Degrees(s.m.orientation))},
+             {"eccentricity", shape(s.m.eccentricity)},
+             {"euler_number", s.shape ? Json(s.m.eulerNumber) : Json(nullptr)},
+             {"convex_area", s.shape ? Json(static_cast<int64_t>(s.m.convexArea)) : Json(nullptr)},
+             {"solidity", shape(s.m.solidity)},
+             {"features", values}});
     }
     return regions;
 }
 
-std::string TableOf(const BlobResult& result) {
+std::string TableOf(const BlobResult& result, const std::vector<Standard>& figures) {
     std::string table =
-        "  label  kind     area  holes   centroid x, y      box left,top - right,bottom   major  minor  "
-        "angle\n";
-    int shown = 0;
-    for (Blob* blob : result.Blobs()) {
-        if (shown++ == kTableRows) {
+        "  label  kind      area  holes   centroid x, y      box left,top - right,bottom   major  minor  "
+        "orient.  perimeter  circ.\n";
+    for (size_t i = 0; i < figures.size(); ++i) {
+        if (static_cast<int>(i) == kTableRows) {
             table += "  ... and " + std::to_string(result.NParts() - kTableRows) +
                      " more regions (see the JSON)\n";
             break;
         }
+        const Blob* blob = result.Blobs()[i];
+        const Standard& s = figures[i];
         Rect r;
         blob->BoundingBox(r);
-        char line[200];
-        std::snprintf(line, sizeof line,
-                      "  %5d  %-6s %7d  %5d  %7.1f, %7.1f   %5d,%5d - %5d,%5d    %6.1f %6.1f %6.1f\n",
-                      blob->Label(), Kind(*blob), blob->Area(), blob->NumHoles(),
-                      blob->GetFeat(BF_CENTROID_X), blob->GetFeat(BF_CENTROID_Y), r.left, r.top, r.right,
-                      r.bottom, blob->GetFeat(BF_MAJOR_AXIS), blob->GetFeat(BF_MINOR_AXIS),
-                      blob->GetFeat(BF_AXIS_ANGLE) * 180.0 / kPi);
+        char line[240];
+        std::snprintf(line, sizeof line, "  %5d  %-6s %8lld  %5d  %7.2f, %7.2f   %5d,%5d - %5d,%5d",
+                      blob->Label(), Kind(*blob), static_cast<long long>(s.m.area), blob->NumHoles(),
+                      s.m.centroidX, s.m.centroidY, r.left, r.top, r.right, r.bottom);
+        table += line;
+        if (s.shape) {
+            std::snprintf(line, sizeof line, "    %6.1f %6.1f  %6.1f   %9.1f  %5.3f\n", s.m.majorAxis,
+                          s.m.minorAxis, Degrees(s.m.orientation), s.m.perimeter, s.m.circularity);
+        } else {
+            std::snprintf(line, sizeof line, "         -      -       -           -      -\n");
+        }
         table += line;
     }
+    table +=
+        "  (centroid: mean pixel index; orientation in degrees from +x towards +y, y down; see --help)\n";
     return table;
 }
 
@@ -95,20 +175,20 @@ void DrawRegionOutline(HalvardMetaDC* dc, const Placement& placement, const Buff
     dc->LineTo(r.x, r.y);
 }
 
-// The principal axis of an object through its centroid: the major axis along the axis angle and the
-// minor axis across it, each drawn over its full length.
-void DrawAxes(HalvardMetaDC* dc, Blob& blob) {
-    const double major = blob.GetFeat(BF_MAJOR_AXIS), minor = blob.GetFeat(BF_MINOR_AXIS);
-    if (!(major > 0) || !std::isfinite(major)) return;
-    const double a = blob.GetFeat(BF_AXIS_ANGLE);
-    const double cx = blob.GetFeat(BF_CENTROID_X) + 0.5, cy = blob.GetFeat(BF_CENTROID_Y) + 0.5;
-    const double c = std::cos(a), s = std::sin(a);
+// The principal axis of an object through its centroid: the major axis along the orientation and the
+// minor axis across it, each drawn over its full length (the drawing puts pixel centres at +0.5).
+void DrawAxes(HalvardMetaDC* dc, const Standard& s) {
+    const double major = s.m.majorAxis, minor = s.m.minorAxis;
+    if (!s.shape || !(major > 0) || !std::isfinite(major)) return;
+    const double a = s.m.orientation;
+    const double cx = s.m.centroidX + 0.5, cy = s.m.centroidY + 0.5;
+    const double c = std::cos(a), sn = std::sin(a);
     dc->SelectObject(kAxisColour);
-    dc->MoveTo(cx - c * major / 2, cy - s * major / 2);
-    dc->LineTo(cx + c * major / 2, cy + s * major / 2);
+    dc->MoveTo(cx - c * major / 2, cy - sn * major / 2);
+    dc->LineTo(cx + c * major / 2, cy + sn * major / 2);
     if (minor > 0 && std::isfinite(minor)) {
-        dc->MoveTo(cx + s * minor / 2, cy - c * minor / 2);
-        dc->LineTo(cx - s * minor / 2, cy + c * minor / 2);
+        dc->MoveTo(cx + sn * minor / 2, cy - c * minor / 2);
+        dc->LineTo(cx - sn * minor / 2, cy + c * minor / 2);
     }
 }
 
@@ -131,7 +211,7 @@ void DrawLabel(HalvardMetaDC* dc, const Blob& blob, int textScale) {
 }
 
 void WriteOverlay(const std::string& path, const Buffer& image, const Placement& placement,
-                  BlobResult& result, const BlobParams& params) {
+                  BlobResult& result, const BlobParams& params, const std::vector<Standard>& figures) {
     const int w = image.Width(), h = image.Height();
     std::vector<uint8_t> rgb(static_cast<size_t>(w) * h * 3);
     for (int y = 0; y < h; ++y) {
@@ -144,11 +224,13 @@ void WriteOverlay(const std::string& path, const Buffer& image, const Placement&
     dc.SelectObject(MetaPen{kObjectColour, 1, textScale});
     DrawRegionOutline(&dc, placement, image);
     result.HighlightTree(&dc, false, nullptr, kObjectColour, kHoleColour);
-    for (Blob* blob : result.Blobs()) {
+    for (size_t i = 0; i < figures.size(); ++i) {
+        Blob* blob = result.Blobs()[i];
         if (blob->Color() != 0) continue;
-        if (params.overlayAxes) DrawAxes(&dc, *blob);
+        if (params.overlayAxes) DrawAxes(&dc, figures[i]);
         dc.SelectObject(kCentroidColour);
-        blob->DrawCentroid(&dc, nullptr, 2 + textScale);
+        // At the mean pixel index, the figure the JSON gives (the drawing puts pixel centres at +0.5).
+        dc.CrossAt(figures[i].m.centroidX + 0.5, figures[i].m.centroidY + 0.5, 2 + textScale);
     }
     dc.SelectObject(kLabelColour);
     if (params.overlayLabels)
@@ -166,16 +248,20 @@ Json AnalyseBlobs(Buffer& image, const Placement& placement, const BlobParams& p
         throw InputError("the region (" + std::to_string(placement.region.width) +
                          " pixels wide) must be wider than the x step " + std::to_string(params.step.x));
     }
+    const ChosenBand chosen = ChooseBand(BandChoice{params.bandMode, params.band}, image, placement);
+    const Band band = chosen.band;
     BlobResult result;
     std::unique_ptr<BlobAgent> agent(
-        BlobFact(&image, placement.origin, placement.roi, &result, params.band.low, params.band.high));
+        BlobFact(&image, placement.origin, placement.roi, &result, band.low, band.high));
     if (!agent) throw InputError("the blob agent could not be made (out of memory?)");
     agent->SetStep(params.step.x, params.step.y);
     agent->SetAreaLimits(params.minArea, params.maxArea);
-    agent->SetFilterFlags(BLOB_FILTER_BORDER_CHILDREN | BLOB_FILTER_GREY |
-                          (params.noBorder ? BLOB_FILTER_BORDER : 0));
-    agent->SetOptions(BLOB_OPT_FIRST_MOMENTS | BLOB_OPT_SECOND_MOMENTS | BLOB_OPT_BOUNDARY | BLOB_OPT_RADII |
-                      BLOB_OPT_LENGTH_WIDTH);
+    if (params.noBorder) agent->SetFilterFlags(agent->FilterFlags() | BLOB_FILTER_BORDER);
+    // What the requested features need, the centroid for sampled images, and boundaries for the overlay.
+    std::vector<int> needed{BF_CENTROID_X};
+    for (const FeatureName& f : params.features) needed.push_back(f.number);
+    if (!overlayPath.empty()) needed.push_back(BF_PERIMETER);
+    EnableBlobFeatures(*agent, needed);
     const int status = agent->Go();
     if (status == BLOB_ERR_TOO_COMPLEX) {
         throw InputError(
@@ -183,22 +269,29 @@ Json AnalyseBlobs(Buffer& image, const Placement& placement, const BlobParams& p
             "coarser --step or a smaller --roi");
     }
     if (status != 0) throw InputError("blob analysis failed with status " + std::to_string(status));
+    std::unique_ptr<Buffer> inBand;
+    if (params.step.x == 1 && params.step.y == 1) inBand = InBandImage(image, placement, band);
+    const std::vector<Standard> figures = StandardFigures(result, inBand.get(), placement);
     int objects = 0, holes = 0;
     for (Blob* blob : result.Blobs()) (blob->Color() == 0 ? objects : holes)++;
-    Json record{{"band", {params.band.low, params.band.high}},
-                {"step", {params.step.x, params.step.y}},
-                {"min_area", params.minArea},
-                {"max_area", params.maxArea},
-                {"no_border", params.noBorder},
-                {"objects", objects},
-                {"holes", holes},
-                {"regions", RegionsRecord(result, params.features)},
-                {"tree", TreeRecord(*result.Root())["children"]}};
-    *table += "  " + std::to_string(objects) + " objects, " + std::to_string(holes) + " holes (band " +
-              std::to_string(params.band.low) + ":" + std::to_string(params.band.high) + ")\n";
-    if (result.NParts() > 0) *table += TableOf(result);
+    Json record{{"band", {band.low, band.high}}, {"band_mode", chosen.mode}};
+    if (chosen.threshold) {
+        record["threshold"] = *chosen.threshold;
+        record["objects_are"] = chosen.objects;
+    }
+    record.update(Json{{"step", {params.step.x, params.step.y}},
+                       {"min_area", params.minArea},
+                       {"max_area", params.maxArea},
+                       {"no_border", params.noBorder},
+                       {"objects", objects},
+                       {"holes", holes},
+                       {"regions", RegionsRecord(result, figures, params.features)},
+                       {"tree", TreeRecord(*result.Root())["children"]}});
+    *table += "  " + std::to_string(objects) + " objects, " + std::to_string(holes) + " holes (" +
+              DescribeBand(chosen) + ")\n";
+    if (result.NParts() > 0) *table += TableOf(result, figures);
     if (!overlayPath.empty()) {
-        WriteOverlay(overlayPath, image, placement, result, params);
+        WriteOverlay(overlayPath, image, placement, result, params, figures);
         record["overlay"] = overlayPath;
     }
     return record;
@@ -254,7 +347,9 @@ std::vector<Json> BlobRows(const Json& record) {
 int RunBlob(const BlobOptions& options) {
     std::string problem;
     BlobParams params;
-    params.band = *ParseBand(options.band, &problem);  // validated by CLI11
+    const BandChoice band = *ParseBandChoice(options.band, &problem);  // validated by CLI11
+    params.band = band.band;
+    params.bandMode = band.mode;
     params.step = ParseStep(options.step, &problem).value_or(Step{});
     params.minArea = options.minArea;
     params.maxArea = options.maxArea;
@@ -290,8 +385,10 @@ int RunBlob(const BlobOptions& options) {
         PrintError("blob", "--overlay", problem);
         return 1;
     }
+    BatchOutputs outputs = WithCommon(options.streams, options.json, options.jobs, options.quiet);
+    outputs.fieldDescriptions = BlobFieldDescriptions();
     return RunStreamedBatch(
-        "blob", inputs, WithCommon(options.streams, options.json, options.jobs, options.quiet),
+        "blob", inputs, outputs,
         [&](const std::string& input, size_t index) {
             return BlobOne(options, params, region, mask.get(), input, overlays[index]);
         },
@@ -311,9 +408,7 @@ CommandRun AddBlobCommand(CLI::App& program) {
         "red; principal axes cyan; labels yellow; the --roi in blue) and prints a table.");
     command->add_option("images", options->inputs, "Images (PNG, PGM, PBM, PPM) or folders of images")
         ->required();
-    command->add_option("--band", options->band, "Grey values LOW:HIGH that are object pixels, e.g. 0:100")
-        ->required()
-        ->check(BandValidator());
+    command->add_option("--band", options->band, kAutoBandHelp)->required()->check(BandChoiceValidator());
     command->add_option("--roi", options->roi, "Region x,y,w,h to analyse (default: the whole image)")
         ->check(RegionValidator());
     command->add_option(
@@ -335,7 +430,10 @@ CommandRun AddBlobCommand(CLI::App& program) {
                      "Sample every X-th pixel of every Y-th row (edges stay exact to the pixel), 1..64")
         ->check(StepValidator())
         ->capture_default_str();
-    command->add_option("--features", options->features, "Features in the JSON, comma-separated, or 'all'")
+    command
+        ->add_option("--features", options->features,
+                     "The agent's numbered features written under \"features\", comma-separated, or 'all' "
+                     "(each turns on what the agent needs to compute it)")
         ->capture_default_str();
     command->add_option("--json", options->json,
                         "Write the regions, features and tree of every image to this file");
@@ -347,16 +445,13 @@ CommandRun AddBlobCommand(CLI::App& program) {
     AddJobsOption(command, &options->jobs);
     AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
-    std::string names;
-    for (const FeatureName& f : AllBlobFeatures()) names += (names.empty() ? "" : ", ") + std::string(f.name);
     command->footer(
-        "Feature names (positions are in image coordinates; left, right, top, bottom are relative to\n"
-        "the region): " +
-        names +
-        ".\n\n"
+        BlobFieldHelp() +
+        "\nEvery region gets the standard figures above; --features selects the agent's own figures.\n\n"
         "Example:\n  ombrel blob part.png --band 0:100 --min-area 20 --no-border --json part.json "
         "--overlay part-overlay.png\n  ombrel blob shots/ --band 0:90 --jobs 2 --json shots.json "
-        "--overlay shots-overlays/");
+        "--overlay shots-overlays/\n  ombrel blob coins.png --band auto-light --features all --json "
+        "coins.json");
     return [options] { return RunBlob(*options); };
 }
 

@@ -179,6 +179,8 @@ int RunDemo(const DemoOptions& options) {
         const Placement whole = PlaceRegion(*scene, std::nullopt, nullptr, "");
         Json document;
         document["tool"] = "ombrel demo";
+        document["field_descriptions"] = {{"histogram", HistogramFieldDescriptions()},
+                                          {"blobs.regions", BlobFieldDescriptions()}};
         document["scene"] = {{"file", scenePath},
                              {"width", kSceneWidth},
                              {"height", kSceneHeight},

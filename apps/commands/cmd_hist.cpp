@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 
+#include <ombrel/pixelops/grey_statistics.h>
 #include <ombrel/pixelops/histogram.h>
 
 #include "analyses.h"
@@ -41,7 +42,49 @@ std::string Format(const char* format, double a, double b, double c) {
     return text;
 }
 
+// A figure of the agent's that can be infinite or not a number (one counted pixel): null then.
+Json Finite(double value) {
+    return std::isfinite(value) ? Json(value) : Json(nullptr);
+}
+
+// numpy's figures of the region's pixels, from one bin per grey value; signed pixels read -128..127.
+GreyStatistics Standard(const std::vector<int>& bins256, bool signedPixels) {
+    if (!signedPixels) return StatisticsOfHistogram(bins256);
+    std::vector<int> shifted(256);
+    for (int v = 0; v < 256; ++v) shifted[(v + 128) & 255] = bins256[v];  // value v - 256 for v >= 128
+    GreyStatistics s = StatisticsOfHistogram(shifted);
+    if (!s.empty) {
+        s.mean -= 128;
+        s.median -= 128;
+        s.min -= 128;
+        s.max -= 128;
+    }
+    return s;
+}
+
 }  // namespace
+
+Json HistogramFieldDescriptions() {
+    return Json{{"count", "number of pixels in the region, zeros included (integer)"},
+                {"mean", "sum / count, as numpy.mean (null for an empty region)"},
+                {"std", "population standard deviation sqrt(sum((v - mean)^2) / count), as numpy.std"},
+                {"median", "middle pixel value, or the mean of the two middle values, as numpy.median"},
+                {"min", "smallest pixel value (integer)"},
+                {"max", "largest pixel value (integer)"},
+                {"otsu_threshold",
+                 "Otsu's threshold t of the 256-value histogram: classes v <= t and v > t, as "
+                 "cv2.threshold with THRESH_OTSU (on the unsigned values, also with --signed)"},
+                {"signed", "pixels read as signed bytes (-128..127) for every figure"},
+                {"bins", "number of bins of counts"},
+                {"counts", "pixels per bin; bin i holds values i * 256 / bins .. (i + 1) * 256 / bins - 1"},
+                {"agent",
+                 "the histogram agent's own figures, by its own rules: pixel_count leaves zero pixels out; "
+                 "mean = pixel_sum / pixel_count in integer division (an integer); std_dev sums (bin centre "
+                 "- mean)^2 "
+                 "over every bin, zeros included, divided by pixel_count - 1 (null when that is 0); "
+                 "median = centre of the bin after the last one whose running count is below half of "
+                 "pixel_count (0 when the first bin reaches half)"}};
+}
 
 Json AnalyseHistogram(Buffer& image, const Placement& placement, const HistogramParams& params,
                       std::string* table) {
@@ -52,20 +95,46 @@ Json AnalyseHistogram(Buffer& image, const Placement& placement, const Histogram
     agent->SetSigned(params.signedPixels);
     const int status = agent->Go();
     if (status != 0) throw InputError("the histogram agent failed with status " + std::to_string(status));
+    std::vector<int> values = bins;
+    if (params.bins != 256) {
+        std::unique_ptr<HistogramAgent> fine(
+            HistogramFact(&image, HISTRES_256, placement.origin, placement.roi, &values));
+        if (!fine || fine->Go() != 0) throw InputError("the histogram agent failed (out of memory?)");
+    }
+    const GreyStatistics s = Standard(values, params.signedPixels);
+    const int otsu = OtsuThreshold(values);
+    auto figure = [&](double v) { return s.empty ? Json(nullptr) : Json(v); };
     Json record;
     record["bins"] = params.bins;
     record["signed"] = params.signedPixels;
-    record["pixel_count"] = agent->PixelCount();
-    record["pixel_sum"] = agent->PixelSum();
-    record["mean"] = agent->Mean();
-    record["std_dev"] = agent->StdDev();
-    record["median"] = agent->Median();
+    record["count"] = s.count;
+    record["mean"] = figure(s.mean);
+    record["std"] = figure(s.std);
+    record["median"] = figure(s.median);
+    record["min"] = s.empty ? Json(nullptr) : Json(s.min);
+    record["max"] = s.empty ? Json(nullptr) : Json(s.max);
+    record["otsu_threshold"] = otsu;
+    record["agent"] = {{"pixel_count", agent->PixelCount()},
+                       {"pixel_sum", agent->PixelSum()},
+                       {"mean", static_cast<int64_t>(agent->Mean())},  // an integer division
+                       {"std_dev", Finite(agent->StdDev())},
+                       {"median", Finite(agent->Median())}};
     record["counts"] = bins;
-    *table +=
-        "  histogram: " + std::to_string(params.bins) + " bins, " + std::to_string(agent->PixelCount()) +
-        " non-zero pixels, " +
-        Format("mean %.0f, std dev %.2f, median %.1f\n", agent->Mean(), agent->StdDev(), agent->Median());
-    *table += "  0 |" + Sparkline(bins) + "| 255\n";
+    char line[240];
+    if (s.empty) {
+        std::snprintf(line, sizeof line, "  %lld pixels\n", static_cast<long long>(s.count));
+    } else {
+        std::snprintf(line, sizeof line,
+                      "  %lld pixels: mean %.2f, std %.2f, median %.1f, min %d, max %d; Otsu threshold %d\n",
+                      static_cast<long long>(s.count), s.mean, s.std, s.median, s.min, s.max, otsu);
+    }
+    *table += line;
+    const std::string agentDev = std::isfinite(agent->StdDev()) ? Format("%.2f", agent->StdDev(), 0, 0)
+                                                                : std::string("none (divides by 0)");
+    *table += "  agent: " + std::to_string(agent->PixelCount()) + " non-zero pixels, " +
+              Format("integer mean %.0f", agent->Mean(), 0, 0) + ", std dev " + agentDev +
+              Format(", median bin centre %.1f (its own rules, see --help)\n", agent->Median(), 0, 0);
+    *table += "  " + std::to_string(params.bins) + " bins: 0 |" + Sparkline(bins) + "| 255\n";
     return record;
 }
 
@@ -97,9 +166,11 @@ int RunHist(const HistOptions& options) {
         return 1;
     }
     const std::vector<std::string> inputs = ExpandInputs(options.inputs);
-    return RunStreamedBatch(
-        "hist", inputs, WithCommon(options.streams, options.json, options.jobs, options.quiet),
-        [&](const std::string& input, size_t) { return HistOne(options, region, mask.get(), input); });
+    BatchOutputs outputs = WithCommon(options.streams, options.json, options.jobs, options.quiet);
+    outputs.fieldDescriptions = HistogramFieldDescriptions();
+    return RunStreamedBatch("hist", inputs, outputs, [&](const std::string& input, size_t) {
+        return HistOne(options, region, mask.get(), input);
+    });
 }
 
 }  // namespace
@@ -108,10 +179,11 @@ CommandRun AddHistCommand(CLI::App& program) {
     auto options = std::make_shared<HistOptions>();
     CLI::App* command = program.add_subcommand(
         "hist",
-        "Count the grey values of each image (or of a region or masked region of it) into bins and "
-        "report the pixel count, sum, mean, standard deviation and median, as the library's histogram "
-        "agent computes them. As in the library, zero-valued pixels are binned but not counted in "
-        "pixel_count, and the mean divides the sum by that count.");
+        "Count the grey values of each image (or of a region or masked region of it) into bins with the "
+        "library's histogram agent and report the region's count, mean, std, median, min and max as "
+        "numpy computes them on the pixels, and Otsu's threshold; the agent's own figures follow its "
+        "rules and are written apart, under \"agent\" (zero pixels are binned but not counted in its "
+        "pixel_count, and its mean is an integer division).");
     command->add_option("images", options->inputs, "Images (PNG, PGM, PBM, PPM) or folders of images")
         ->required();
     command->add_option("-b,--bins", options->params.bins, "Number of bins (256 gives one per grey value)")
@@ -129,7 +201,13 @@ CommandRun AddHistCommand(CLI::App& program) {
     AddJobsOption(command, &options->jobs);
     AddStreamOptions(command, &options->streams);
     command->add_flag("-q,--quiet", options->quiet, "Print nothing but errors");
-    command->footer("Example:\n  ombrel hist part.png --roi 100,80,200,150 --bins 64 --json part-hist.json");
+    std::string fields =
+        "Fields of each image's \"histogram\" (the JSON's \"field_descriptions\" repeats them):\n";
+    const Json descriptions = HistogramFieldDescriptions();
+    for (const auto& [name, text] : descriptions.items())
+        fields += "  " + name + ": " + text.get<std::string>() + "\n";
+    command->footer(
+        fields + "\nExample:\n  ombrel hist part.png --roi 100,80,200,150 --bins 64 --json part-hist.json");
     return [options] { return RunHist(*options); };
 }
 

@@ -5,6 +5,7 @@
 
 #include <ombrel/pixelops/mask.h>
 
+#include "auto_band.h"
 #include "command.h"
 
 namespace ombrel::cli {
@@ -32,9 +33,13 @@ struct MaskOptions {
 };
 
 FileOutcome MaskOne(const MaskOptions& options, const std::optional<Region>& region, const Buffer* mask,
-                    const Band& band, const std::string& input, const std::string& output) {
+                    const BandChoice& bandChoice, const std::string& input, const std::string& output) {
     DecodedImage decoded = LoadImage(input);
     const Placement placement = PlaceRegion(*decoded.image, region, mask, options.mask);
+    const bool banded = options.op == "band";
+    const ChosenBand chosen = banded ? ChooseBand(bandChoice, *decoded.image, placement)
+                                     : ChosenBand{bandChoice.band, {}, "fixed", ""};
+    const Band band = chosen.band;
     std::string error;
     auto destination = detail::AllocateGrey(placement.region.width, placement.region.height, &error);
     if (!destination) throw InputError(error);
@@ -55,11 +60,20 @@ FileOutcome MaskOne(const MaskOptions& options, const std::optional<Region>& reg
     outcome.record = ImageRecord(input, decoded);
     outcome.record["region"] = RegionRecord(placement);
     outcome.record["operation"] = options.op;
+    if (banded) {
+        outcome.record["band"] = {band.low, band.high};
+        outcome.record["band_mode"] = chosen.mode;
+        if (chosen.threshold) {
+            outcome.record["threshold"] = *chosen.threshold;
+            outcome.record["objects_are"] = chosen.objects;
+        }
+    }
     outcome.record["output"] = output;
     outcome.record["non_zero_pixels"] = nonZero;
     outcome.table = input + ": " + options.op + " under the mask -> " + output + " (" +
                     std::to_string(destination->Width()) + " x " + std::to_string(destination->Height()) +
-                    ", " + std::to_string(nonZero) + " non-zero pixels)\n";
+                    ", " + std::to_string(nonZero) + " non-zero pixels" +
+                    (banded ? ", " + DescribeBand(chosen) : "") + ")\n";
     return outcome;
 }
 
@@ -67,7 +81,8 @@ int RunMask(const MaskOptions& options) {
     std::string problem;
     std::optional<Region> region;
     if (!options.roi.empty()) region = ParseRegion(options.roi, &problem);
-    const Band band = ParseBand(options.band, &problem).value_or(Band{1, 255});
+    const BandChoice band =
+        ParseBandChoice(options.band, &problem).value_or(BandChoice{BandMode::Fixed, Band{1, 255}});
     std::shared_ptr<const Buffer> mask;
     try {
         mask = LoadMask(options.mask);
@@ -116,8 +131,11 @@ CommandRun AddMaskCommand(CLI::App& program) {
         ->add_option("--op", options->op, "Operation: add, sub, absdiff, and, or, xor, copy, min, max, band")
         ->check(CLI::IsMember(MaskOps()))
         ->capture_default_str();
-    command->add_option("--band", options->band, "LOW:HIGH for --op band")
-        ->check(BandValidator())
+    command
+        ->add_option(
+            "--band", options->band,
+            std::string("For --op band: ") + kAutoBandHelp + " (counted over the region under the mask)")
+        ->check(BandChoiceValidator())
         ->capture_default_str();
     command
         ->add_option("-o,--out", options->out,
@@ -130,7 +148,8 @@ CommandRun AddMaskCommand(CLI::App& program) {
     command->footer(
         "Example:\n  ombrel mask part.png --mask inspect-area.png --roi 40,30,320,240 --out masked.png\n"
         "  ombrel mask part.png --op band --band 0:90 --out dark.pbm   (a PBM mask: reads back through "
-        "--mask to the same pixels)");
+        "--mask to the same pixels)\n"
+        "  ombrel mask part.png --op band --band auto-dark --out dark.png --json dark.json");
     return [options] { return RunMask(*options); };
 }
 

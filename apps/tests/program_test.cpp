@@ -169,11 +169,12 @@ TEST_F(Program, HistogramMaskAndArithmeticMatchTheLibrary) {
         HistogramFact(scene.get(), HISTRES_64, Point{10, 20}, maskedRoi, &bins));
     ASSERT_EQ(hist->Go(), 0);
     EXPECT_EQ(h["counts"].get<std::vector<int>>(), bins);
-    EXPECT_EQ(h["pixel_count"], hist->PixelCount());
-    EXPECT_EQ(h["pixel_sum"], hist->PixelSum());
-    EXPECT_EQ(h["mean"], hist->Mean());
-    EXPECT_EQ(h["std_dev"], hist->StdDev());
-    EXPECT_EQ(h["median"], hist->Median());
+    // The agent's own figures are written apart from numpy's (count, mean, std, ... beside them).
+    EXPECT_EQ(h["agent"]["pixel_count"], hist->PixelCount());
+    EXPECT_EQ(h["agent"]["pixel_sum"], hist->PixelSum());
+    EXPECT_EQ(h["agent"]["mean"], hist->Mean());
+    EXPECT_EQ(h["agent"]["std_dev"], hist->StdDev());
+    EXPECT_EQ(h["agent"]["median"], hist->Median());
 
     // mask with the band operation, written with the agent's own 0/1 values (0/255 is the default).
     ASSERT_EQ(Ombrel("mask " + P("a.pgm") + " --roi 10,20,100,80 --mask " + P("m.png") +
