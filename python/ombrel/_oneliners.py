@@ -9,7 +9,7 @@ import numpy as np
 
 from . import _ombrel
 
-__all__ = ["blob", "BlobResult", "BlobRegion"]
+__all__ = ["blob", "BlobResult", "BlobRegion", "DEFAULT_BLOB_FEATURES"]
 
 # What a one-line blob analysis reports unless asked for more.
 DEFAULT_BLOB_FEATURES = ("area", "filled_area", "holes", "centroid_x", "centroid_y", "bbox_left", "bbox_top",

@@ -2,6 +2,7 @@
 // The shape most agents share from Python: one source image read over a placement, an optional output image
 // written from (0, 0), go() per frame.
 #pragma once
+#include <chrono>
 #include <string>
 
 #include "core.h"
@@ -41,6 +42,17 @@ class PyAgent {
         return RunGo(_agent.get(), _busy, _name);
     }
 
+    double NativeGoSeconds(int runs) {
+        BusyGuard guard(_busy);
+        const auto start = std::chrono::steady_clock::now();
+        {
+            py::gil_scoped_release release;
+            for (int i = 0; i < runs; ++i) _agent->Go();
+        }
+        FlushReports();
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+
   protected:
     // Wraps the source and works out the placement; call before making the agent.
     void Prepare(const py::object& image, const py::object& roi, const py::object& mask) {
@@ -62,6 +74,9 @@ template <class Cls>
 void BindRun(Cls& cls, const char* goDoc) {
     using T = typename Cls::type;
     cls.def("go", &T::Go, py::arg("image") = py::none(), goDoc)
+        .def("native_go_seconds", &T::NativeGoSeconds, py::arg("runs"),
+             "Seconds that `runs` calls of the agent's Go() take in a C++ loop (no Python in between): the "
+             "reference the per-call overhead of go() is measured against.")
         .def_property_readonly("image", &T::source, "The source image (a Buffer).")
         .def_property_readonly(
             "output", [](const T& a) { return a.output() ? ArrayOf(a.output()) : py::object(py::none()); },

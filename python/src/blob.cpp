@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Blob analysis from Python: the agent made once, run per frame, its regions read back as a table of named
 // features and a tree of labels.
+#include <chrono>
 #include <limits>
 #include <vector>
 
@@ -159,6 +160,17 @@ class PyBlobAgent {
         _agent->SetSrcBuf(_image->buffer());
     }
 
+    double NativeGoSeconds(int runs) {
+        BusyGuard guard(_busy);
+        const auto start = std::chrono::steady_clock::now();
+        {
+            py::gil_scoped_release release;
+            for (int i = 0; i < runs; ++i) _agent->Go();
+        }
+        FlushReports();
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+
     static void CheckBand(std::pair<int, int> band) {
         if (band.first < 0 || band.second > 255 || band.first > band.second)
             throw py::value_error("band: expected (low, high) with 0 <= low <= high <= 255, got (" +
@@ -234,6 +246,8 @@ Defaults set here: area limits 1..2**31-1, steps 1, grey sums on, boundaries, ra
              "Runs the analysis (on `image` when given: a Buffer, or an array wrapped for this call) without "
              "holding the interpreter lock. Returns the number of regions; raises ombrel.Error on a failure "
              "status (e.g. -1003, image too complex).")
+        .def("native_go_seconds", &PyBlobAgent::NativeGoSeconds, py::arg("runs"),
+             "Seconds that `runs` calls of Go() take in a C++ loop (the reference for go()'s overhead).")
         .def_property(
             "band",
             [](PyBlobAgent& a) {

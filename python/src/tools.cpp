@@ -24,6 +24,19 @@ class PyBreak : public PyAgent<BreakAgent> {
                                      borderSet ? BMBORDER_SET : BMBORDER_CLEAR, iterations, xorMode ? 1 : 0),
                       "BreakAgent");
     }
+    // Go, then the refinement of the converging mode (PostGo), as one run.
+    int GoAndRefine(const py::object& image) {
+        if (!image.is_none()) SetSource(image);
+        BusyGuard guard(_busy);
+        int status;
+        {
+            py::gil_scoped_release release;
+            status = _agent->Go();
+            if (status == 0) status = _agent->PostGo();
+        }
+        CheckStatus(status, _name);
+        return status;
+    }
     py::object Breaks() {
         Buffer* breaks = _agent->Breaks();
         if (breaks == nullptr) return py::none();
@@ -53,7 +66,9 @@ Parameters: image, template, dilated, iterations=0, xor_mode=True, border_set=Fa
                      const py::object&>(),
             py::arg("image"), py::arg("template"), py::arg("dilated"), py::arg("iterations") = 0,
             py::arg("xor_mode") = true, py::arg("border_set") = false, py::arg("roi") = py::none());
-    BindRun(cls, "Runs the pipeline (on `image` when given); returns 0.");
+    cls.def("go", &PyBreak::GoAndRefine, py::arg("image") = py::none(),
+            "Runs the pipeline (on `image` when given) and, with iterations=0, its refinement; returns 0.")
+        .def_property_readonly("image", &PyBreak::source, "The image of traces (a Buffer).");
     cls.def_property_readonly("breaks", &PyBreak::Breaks,
                               "The break image of the last run (a uint8 copy, 1 at break pixels), or None.");
 }
