@@ -328,3 +328,24 @@ def break_detection(image, template, dilated, iterations: int = 0, xor_mode: boo
                                border_set=border_set, roi=roi)
     agent.go()
     return agent.breaks
+
+
+__all__ += ["match"]
+
+
+def match(image, template, roi=None, step=(1, 1), n: int = 1, min_distance: float = 0.0, hot_spot=None):
+    """Where a pattern lies in an image, by normalised correlation: up to ``n`` (x, y, score), best first,
+    each at least ``min_distance`` pixels from those before it. score = |correlation coefficient| (1.0 for a
+    perfect match, also an inverted one).
+
+    :param image: 2-D uint8 array (or Buffer) searched.
+    :param template: a CorrTemplate, or a 2-D uint8 array used whole as the pattern.
+    :param roi: positions searched (of the template's hot spot, default its top-left); None: all.
+    :param step: (x, y) steps between positions; default (1, 1).
+    :param hot_spot: the hot spot of a template given as an array; default (0, 0).
+    """
+    if not isinstance(template, _ombrel.CorrTemplate):
+        template = _ombrel.CorrTemplate(template, hot_spot=hot_spot)
+    agent = _ombrel.CorrMatchAgent(image, template, roi=roi, step=tuple(step))
+    agent.go()
+    return agent.top(n, min_distance)

@@ -125,5 +125,6 @@ void BindPixelOps(py::module_& m);
 void BindMorph(py::module_& m);
 void BindGradients(py::module_& m);
 void BindTools(py::module_& m);
+void BindCorr(py::module_& m);
 
 }  // namespace ombrel::python

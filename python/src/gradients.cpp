@@ -18,8 +18,9 @@ class PySobel : public PyAgent<SobelAgent> {
         if (shift < 0 || shift > 7) throw py::value_error("shift: expected 0..7");
         if (sparseness < 1) throw py::value_error("sparseness: expected a positive step");
         Prepare(image, roi, mask);
-        _output = OutputImage(out, (_placement.width + sparseness - 1) / sparseness,
-                              (_placement.height + sparseness - 1) / sparseness, "out");
+        // One output pixel per sample: ceil(extent / sparseness), worked out without overflow.
+        _output = OutputImage(out, int((int64_t(_placement.width) + sparseness - 1) / sparseness),
+                              int((int64_t(_placement.height) + sparseness - 1) / sparseness), "out");
         _agent = Made(SobelFact(_source->buffer(), _output->buffer(), _placement.origin, &_placement.roi,
                                 SobelOut(code), SobelShift(shift), threshold, sparseness),
                       "SobelAgent");

@@ -9,4 +9,5 @@ PYBIND11_MODULE(_ombrel, m) {
     ombrel::python::BindMorph(m);
     ombrel::python::BindGradients(m);
     ombrel::python::BindTools(m);
+    ombrel::python::BindCorr(m);
 }

@@ -94,3 +94,15 @@ def test_break_detection_marks_the_gap_of_a_cut_line_only(iterations, xor_mode):
         dilated = ombrel.binmorph(image, "dilate_full")
         breaks = ombrel.break_detection(image, line, dilated, iterations=iterations, xor_mode=xor_mode)
         assert [(x, y) for y, x in zip(*np.nonzero(breaks))] == expected
+
+
+def test_sobel_sampling_sizes_its_output_and_refuses_bad_parameters():
+    img = noise(41, 30, seed=15)
+    assert ombrel.sobel(img, sparseness=2).shape == (15, 21)
+    assert ombrel.sobel(img, sparseness=2**31 - 1).shape == (1, 1)
+    with pytest.raises(ValueError, match="sparseness"):
+        ombrel.sobel(img, sparseness=0)
+    with pytest.raises(ValueError, match="shift"):
+        ombrel.sobel(img, shift=8)
+    with pytest.raises(ValueError, match="unknown name"):
+        ombrel.sobel(img, encoding="magnitude")
