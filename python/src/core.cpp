@@ -287,34 +287,35 @@ int CodeFromName(const py::object& value, std::initializer_list<NamedCode> names
 // ---- Bindings ---------------------------------------------------------------------------------------------
 
 void BindCore(py::module_& m) {
-    static py::object error = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+    // Made once and never freed: the interpreter may be gone when static destructors run.
+    auto* error = new py::object(py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
         "ombrel.Error",
         "A library operation failed. `status` is the library's status code (0 for an "
         "assertion made an error), `message` its explanation.",
-        nullptr, nullptr));
-    static py::object assertionError = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+        nullptr, nullptr)));
+    auto* assertionError = new py::object(py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
         "ombrel.AssertionFailed",
         "A precondition the library checks did not hold, raised instead of a warning after "
         "assertions_as_errors(True).",
-        error.ptr(), nullptr));
-    static py::object assertionWarning = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+        error->ptr(), nullptr)));
+    auto* assertionWarning = new py::object(py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
         "ombrel.AssertionWarning",
         "A precondition the library checks did not hold; the operation went on with what it had (clipped, "
         "inside the memory it was given). Make it an error with assertions_as_errors(True) or a warnings "
         "filter.",
-        PyExc_UserWarning, nullptr));
-    static py::object noteWarning = py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
+        PyExc_UserWarning, nullptr)));
+    auto* noteWarning = new py::object(py::reinterpret_steal<py::object>(PyErr_NewExceptionWithDoc(
         "ombrel.LibraryNote",
         "A note the library wrote for its user (diagnostic text or a debug-window message).",
-        PyExc_UserWarning, nullptr));
-    gErrorType = &error;
-    gAssertionErrorType = &assertionError;
-    gAssertionWarning = &assertionWarning;
-    gNoteWarning = &noteWarning;
-    m.attr("Error") = error;
-    m.attr("AssertionFailed") = assertionError;
-    m.attr("AssertionWarning") = assertionWarning;
-    m.attr("LibraryNote") = noteWarning;
+        PyExc_UserWarning, nullptr)));
+    gErrorType = error;
+    gAssertionErrorType = assertionError;
+    gAssertionWarning = assertionWarning;
+    gNoteWarning = noteWarning;
+    m.attr("Error") = *error;
+    m.attr("AssertionFailed") = *assertionError;
+    m.attr("AssertionWarning") = *assertionWarning;
+    m.attr("LibraryNote") = *noteWarning;
     InstallSinks();
 
     m.def(
