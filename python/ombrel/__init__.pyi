@@ -217,6 +217,13 @@ class CorrMatchAgent(_Agent):
     def best(self) -> Optional[Tuple[int, int, float]]: ...
     def top(self, n: int, min_distance: float = 0.0) -> List[Tuple[int, int, float]]: ...
 
+class ConvAgent(_Agent):
+    def __init__(self, image: ImageLike, template: CorrTemplate, image_signed: bool = False,
+                 kernel_signed: bool = False, step: Tuple[int, int] = (1, 1), roi: RoiLike = None,
+                 out: OutLike = None) -> None: ...
+    @property
+    def shift(self) -> int: ...
+
 DEFAULT_BLOB_FEATURES: Tuple[str, ...]
 
 class BlobRegion:
@@ -291,3 +298,5 @@ def break_detection(image: ImageLike, template: ImageLike, dilated: ImageLike, i
 def match(image: ImageLike, template: Union[CorrTemplate, npt.NDArray[np.uint8]], roi: RoiLike = None,
           step: Tuple[int, int] = (1, 1), n: int = 1, min_distance: float = 0.0,
           hot_spot: Optional[Tuple[int, int]] = None) -> List[Tuple[int, int, float]]: ...
+def conv(image: ImageLike, kernel: npt.NDArray[Any], step: Tuple[int, int] = (1, 1),
+         hot_spot: Optional[Tuple[int, int]] = None, roi: RoiLike = None, out: OutLike = None) -> npt.NDArray[np.uint8]: ...

@@ -349,3 +349,22 @@ def match(image, template, roi=None, step=(1, 1), n: int = 1, min_distance: floa
     agent = _ombrel.CorrMatchAgent(image, template, roi=roi, step=tuple(step))
     agent.go()
     return agent.top(n, min_distance)
+
+
+__all__ += ["conv"]
+
+
+def conv(image, kernel, step=(1, 1), hot_spot=None, roi=None, out=None):
+    """Filters ``image`` with ``kernel`` (2-D uint8 or int8 array; int8 reads it signed), correlation form
+    (not mirrored): out = low 8 bits of (sum K * I) >> shift, shift = bit length of trunc(sqrt(sum K**2)).
+    With the default hot spot (0, 0) output pixel (x, y) is the window whose top-left is image pixel (x, y)
+    ("valid" positions only: the kernel never leaves the image)."""
+    kernel = np.asarray(kernel)
+    signed = kernel.dtype == np.int8
+    if signed:
+        kernel = kernel.view(np.uint8)
+    template = _ombrel.CorrTemplate(np.ascontiguousarray(kernel), hot_spot=hot_spot)
+    agent = _ombrel.ConvAgent(image, template, kernel_signed=signed, step=tuple(step), roi=roi, out=out)
+    agent.go()
+    columns, rows = agent.samples
+    return agent.output[:rows, :columns]

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Normalised grey-level correlation from Python: a template trained from a patch, a match agent scoring
 // every position of a search region.
+#include <algorithm>
 #include <vector>
 
 #include "agent_base.h"
@@ -18,7 +19,10 @@ PyTemplate MakeTemplate(const py::object& image, const py::object& roi, const py
     Placement p = MakePlacement(*source, roi, py::none());
     PyTemplate t;
     // The template keeps its own copy of the patch; the image is not needed afterwards.
-    t.tpl.reset(new (std::nothrow) CorrTemplate(source->buffer(), p.origin, &p.roi, masked ? 1 : 0));
+    if (roi.is_none())
+        t.tpl.reset(new (std::nothrow) CorrTemplate(source->buffer(), masked ? 1 : 0));
+    else
+        t.tpl.reset(new (std::nothrow) CorrTemplate(source->buffer(), p.origin, &p.roi, masked ? 1 : 0));
     FlushReports();
     if (!t.tpl || t.tpl->GetError() != 0)
         RaiseError(t.tpl ? t.tpl->GetError() : -1, "CorrTemplate: training failed");
@@ -72,6 +76,49 @@ class PyMatch : public PyAgent<CorrMatchAgent> {
     CorrResult _result;
 };
 
+// Convolution (correlation form) with a kernel held in a CorrTemplate.
+class PyConv : public PyAgent<ConvAgent> {
+  public:
+    PyConv(const py::object& image, py::object tpl, bool imageSigned, bool kernelSigned,
+           std::pair<int, int> step, const py::object& roi, const py::object& out)
+        : PyAgent("ConvAgent.go"), _tplObject(std::move(tpl)) {
+        if (step.first < 1 || step.second < 1) throw py::value_error("step: expected positive (x, y) steps");
+        Prepare(image, roi, py::none());
+        CorrTemplate* t = _tplObject.cast<PyTemplate&>().tpl.get();
+        const Point hot = t->GetHotSpot();
+        const int kw = t->GetBuffer()->Width(), kh = t->GetBuffer()->Height();
+        // The samples the agent visits: the kernel's top-left runs from the region's corner less the hot spot
+        // over the region's extent, cut so that the kernel stays inside the image.
+        auto samples = [](int64_t origin, int64_t hotSpot, int64_t extent, int64_t kernel, int64_t size,
+                          int64_t stepSize) {
+            const int64_t start = std::max<int64_t>(origin - hotSpot, 0);
+            const int64_t stop = std::min(origin - hotSpot + extent, size + 1 - kernel);
+            return stop > start ? int((stop - start + stepSize - 1) / stepSize) : 0;
+        };
+        const int cols =
+            samples(_placement.origin.x, hot.x, _placement.width, kw, _source->width(), step.first);
+        const int rows =
+            samples(_placement.origin.y, hot.y, _placement.height, kh, _source->height(), step.second);
+        if (cols == 0 || rows == 0) throw py::value_error("kernel: no position of it fits inside the image");
+        // The agent asks for an output as large as the region; the samples fill its top-left part.
+        _output =
+            OutputImage(out, std::max(cols, _placement.width), std::max(rows, _placement.height), "out");
+        _samples = {cols, rows};
+        _origin = _placement.origin;
+        const Rect region{_placement.origin.x, _placement.origin.y, _placement.origin.x + _placement.width,
+                          _placement.origin.y + _placement.height};
+        _agent = Made(ConvFact(_source->buffer(), _output->buffer(), region, t, imageSigned ? 1 : 0,
+                               kernelSigned ? 1 : 0, step.first, step.second),
+                      "ConvAgent");
+    }
+
+    std::pair<int, int> _samples;
+
+  private:
+    py::object _tplObject;
+    Point _origin;
+};
+
 }  // namespace
 
 void BindCorr(py::module_& m) {
@@ -113,6 +160,29 @@ Results after go(): scores (rows x columns of visited positions), best (x, y, sc
         .def_property_readonly("best", &PyMatch::Best, "(x, y, score) of the best position, or None.")
         .def("top", &PyMatch::Top, py::arg("n"), py::arg("min_distance") = 0.0,
              "Up to n (x, y, score), best first, each at least min_distance pixels from those before it.");
+
+    py::class_<PyConv> conv(m, "ConvAgent", R"doc(
+Filters an 8-bit image with a kernel held in a CorrTemplate (correlation form: the kernel is not mirrored),
+sampling every step pixels.
+
+Per output pixel (n, m): acc = sum K[ky, kx] * I[iy + ky, ix + kx] over the kernel (32-bit, wrapping), with
+(ix, iy) the n-th sampled column and m-th sampled row of the kernel's top-left (from the region's corner less
+the hot spot, kept inside the image); out = low 8 bits of acc >> shift, shift = bit length of
+trunc(sqrt(sum K^2)) (no saturation: results above 255 wrap, on purpose).
+
+Parameters: image, template (CorrTemplate; kernel_signed=True reads its bytes as int8), image_signed=False,
+kernel_signed=False, step=(1, 1), roi=None, out=None.)doc");
+    conv.def(py::init<const py::object&, py::object, bool, bool, std::pair<int, int>, const py::object&,
+                      const py::object&>(),
+             py::arg("image"), py::arg("template"), py::arg("image_signed") = false,
+             py::arg("kernel_signed") = false, py::arg("step") = std::pair<int, int>(1, 1),
+             py::arg("roi") = py::none(), py::arg("out") = py::none());
+    BindRun(conv, "Filters the region (of `image` when given) into the output; returns 0.");
+    conv.def_property_readonly(
+        "samples", [](const PyConv& a) { return a._samples; },
+        "(columns, rows) of the output that the samples fill (from its top-left).");
+    conv.def_property_readonly(
+        "shift", [](const PyConv& a) { return a.agent()->Shift(); }, "The right shift of the last run.");
 }
 
 }  // namespace ombrel::python

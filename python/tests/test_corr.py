@@ -36,3 +36,17 @@ def test_match_steps_regions_and_refusals():
         ombrel.match(img[:5, :5], img[:8, :8])
     with pytest.raises(ValueError, match="inside"):
         ombrel.CorrTemplate(img, roi=(60, 0, 10, 10))
+
+
+@pytest.mark.parametrize("kernel", [np.ones((3, 3), np.uint8), np.array([[1, 2, 1], [0, 0, 0], [-1, -2, -1]], np.int8),
+                                    np.arange(1, 16, dtype=np.uint8).reshape(3, 5)])
+def test_convolution_matches_a_numpy_sum_of_products(kernel):
+    img = noise(40, 30, seed=18)
+    out = ombrel.conv(img, kernel)
+    kh, kw = kernel.shape
+    k = kernel.astype(np.int64)
+    acc = sum(k[y, x] * img[y:30 - kh + 1 + y, x:40 - kw + 1 + x].astype(np.int64) for y in range(kh) for x in range(kw))
+    shift = int(np.sqrt((k ** 2).sum())).bit_length()
+    assert np.array_equal(out, ((acc >> shift) & 255).astype(np.uint8))
+    sampled = ombrel.conv(img, kernel, step=(2, 3))
+    assert np.array_equal(sampled, out[::3, ::2])
