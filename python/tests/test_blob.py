@@ -1,0 +1,112 @@
+# SPDX-License-Identifier: MIT
+"""Blob analysis from Python: the same regions and figures as the C++ agent, by name and as a tree."""
+import json
+import subprocess
+
+import cv2
+import numpy as np
+import pytest
+
+import ombrel
+from conftest import noise, parts_scene
+
+
+def test_regions_carry_standard_figures_and_their_tree(scene):
+    result = ombrel.blob(scene, band=(0, 100))
+    assert [r.kind for r in result] == ["object", "object", "object", "object", "hole"]
+    speck, rect, small, ring, hole = result.regions
+    assert (rect.area, rect.features["holes"], rect.holes) == (600, 0, [])
+    # Centroid = mean pixel index, box in image coordinates with exclusive right and bottom.
+    assert (rect.centroid_x, rect.centroid_y) == (24.5, 19.5)
+    assert (rect.bbox_left, rect.bbox_top, rect.bbox_right, rect.bbox_bottom) == (10, 10, 40, 30)
+    assert (small.centroid_x, small.centroid_y) == (102.0, 54.5)
+    ys, xs = np.nonzero((scene <= 100)[60:101, 40:81])
+    assert ring.area == len(xs)
+    assert ring.centroid_x == pytest.approx(xs.mean() + 40, abs=1e-9)
+    assert ring.centroid_y == pytest.approx(ys.mean() + 60, abs=1e-9)
+    assert ring.holes == [hole] and ring.children == [hole] and hole.parent is ring
+    assert ring.filled_area == ring.area + hole.area
+    assert result.top_level == [speck, rect, small, ring]
+    assert np.isclose(rect.major_axis / rect.minor_axis, 30 / 20, rtol=0.05)
+
+
+def test_to_dict_is_json_and_table_has_one_column_per_feature(scene):
+    result = ombrel.blob(scene, features=["area", "perimeter", "mean_grey"])
+    d = json.loads(json.dumps(result.to_dict()))
+    assert d["count"] == 5
+    assert d["regions"][3]["children"] == [5] and d["regions"][4]["parent"] == 4
+    table = result.table()
+    assert list(table) == ["label", "kind", "parent", "area", "perimeter", "mean_grey"]
+    assert table["area"].tolist() == [1, 600, 50, result[3].area, result[4].area]
+    assert table["mean_grey"][1] == 20.0 and table["mean_grey"][2] == 40.0
+    with pytest.raises(ValueError, match="unknown blob feature"):
+        ombrel.blob(scene, features=["area", "centroid"])
+
+
+def test_object_areas_and_boxes_match_opencv_connected_components():
+    img = noise(200, 150, seed=7)
+    img = cv2.GaussianBlur(img, (5, 5), 0)
+    band = (0, 120)
+    result = ombrel.blob(img, band=band)
+    binary = ((img >= band[0]) & (img <= band[1])).astype(np.uint8)
+    n, labels, stats, _ = cv2.connectedComponentsWithStats(binary, connectivity=8)
+    theirs = sorted((s[cv2.CC_STAT_AREA], s[0], s[1], s[0] + s[2], s[1] + s[3]) for s in stats[1:])
+    ours = sorted((int(r.area), int(r.bbox_left), int(r.bbox_top), int(r.bbox_right), int(r.bbox_bottom))
+                  for r in result.objects)
+    assert len(ours) == n - 1 > 10
+    assert ours == theirs
+
+
+def test_figures_equal_the_ombrel_programs_on_the_same_file(tmp_path, ombrel_program, scene):
+    path = tmp_path / "scene.png"
+    cv2.imwrite(str(path), scene)
+    report = tmp_path / "blob.json"
+    subprocess.run([ombrel_program, "blob", str(path), "--band", "0:100", "--features", "all", "--json",
+                    str(report)], check=True, capture_output=True)
+    theirs = json.loads(report.read_text())["images"][0]["blobs"]["regions"]
+    names = [n for n in theirs[0]["features"] if n in ombrel.BlobAgent.feature_names and
+             not n.startswith("centroid")]
+    ours = ombrel.blob(scene, band=(0, 100), features=names)
+    assert len(names) > 50 and len(ours) == len(theirs)
+    for mine, other in zip(ours, theirs):
+        assert mine.label == other["label"] and mine.kind == other["kind"]
+        assert [c.label for c in mine.children] == other["children"]
+        for name in names:
+            assert mine.features[name] == other["features"][name], name
+
+
+def test_agent_runs_per_frame_on_new_buffers_and_reads_back():
+    frames = [ombrel.Buffer(parts_scene()), ombrel.Buffer(np.full((120, 160), 200, np.uint8))]
+    agent = ombrel.BlobAgent(frames[0], band=(0, 100))
+    assert agent.go() == 5 and agent.count == 5
+    assert agent.go(frames[1]) == 0 and agent.table().shape == (0, len(ombrel.BlobAgent.feature_names))
+    assert agent.go(frames[0]) == 5
+    parents, colours = agent.tree()
+    assert parents.tolist() == [0, 0, 0, 0, 4] and colours.tolist() == [0, 0, 0, 0, -1]
+    assert agent.feature(2, "area") == 600
+    with pytest.raises(IndexError):
+        agent.feature(6, "area")
+    with pytest.raises(ValueError, match="too small"):
+        agent.go(np.zeros((10, 10), np.uint8))
+
+
+def test_filters_region_and_mask(scene):
+    assert [r.area for r in ombrel.blob(scene, min_area=51).objects] == [600, 1060]
+    assert [r.area for r in ombrel.blob(scene, keep_all=False)] == [1060, 197]
+    assert [r.area for r in ombrel.blob(scene, roi=(0, 0, 50, 40))] == [600]
+    # The rectangle touches the region's border when the region cuts through it.
+    assert ombrel.blob(scene, roi=(20, 0, 50, 40), border_filter=True).regions == []
+    keep = np.zeros((120, 160), bool)
+    keep[40:70, 90:120] = True
+    assert [r.area for r in ombrel.blob(scene, mask=keep)] == [50]
+    with pytest.raises(ValueError, match="band"):
+        ombrel.blob(scene, band=(100, 50))
+
+
+def test_a_failure_status_raises_ombrel_error_with_the_librarys_message():
+    checker = (np.indices((480, 640)).sum(axis=0) % 2 * 255).astype(np.uint8)
+    with pytest.raises(ombrel.Error) as failure:
+        ombrel.blob(checker, band=(0, 100))
+    assert failure.value.status == -1003
+    assert "Image Too Complex" in failure.value.message
+    assert isinstance(failure.value, Exception) and not isinstance(failure.value, ombrel.AssertionFailed)
