@@ -108,8 +108,8 @@ TEST_F(Figures, AutomaticBandsUseOtsusThresholdAndSayWhichTheyChose) {
         << _err;
     EXPECT_EQ(Json("m.json")["images"][0]["threshold"], t);
     // Binary outputs are written 0/255.
-    const cv::Mat1b light = cv::imread(P("light.png"), cv::IMREAD_UNCHANGED);
-    EXPECT_EQ(cv::countNonZero(light != binary), 0);
+    const cv::Mat1b written = cv::imread(P("light.png"), cv::IMREAD_UNCHANGED);
+    EXPECT_EQ(cv::countNonZero(written != binary), 0);
 
     EXPECT_EQ(Ombrel("blob " + P("parts.png") + " --band automatic"), 2);
 }
