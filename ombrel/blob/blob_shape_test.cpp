@@ -120,9 +120,15 @@ TEST(BlobShape, MomentEllipseMatchesOpenCvMoments) {
     std::mt19937 rng(3);
     for (int i = 0; i < 12; ++i) {
         cv::Mat1b m(160, 200, uchar(0));
-        const cv::Point centre(60 + rng() % 80, 50 + rng() % 60);
-        const cv::Size axes(5 + rng() % 40, 3 + rng() % 30);
-        cv::ellipse(m, centre, axes, double(rng() % 180), 0, 360, 255, -1);
+        // One draw a statement: argument order is unspecified, and every compiler must draw the same shapes.
+        const int cx = 60 + rng() % 80;
+        const int cy = 50 + rng() % 60;
+        const int ax = 5 + rng() % 40;
+        const int ay = 3 + rng() % 30;
+        const double turn = double(rng() % 180);
+        const cv::Point centre(cx, cy);
+        const cv::Size axes(ax, ay);
+        cv::ellipse(m, centre, axes, turn, 0, 360, 255, -1);
         if (i % 3 == 0) cv::circle(m, centre, 2, 0, -1);  // a hole inside
         Buffer image(200, 160, EIGHT);
         for (int y = 0; y < 160; ++y) std::memcpy(image.Row(y), m.ptr(y), 200);
@@ -136,7 +142,8 @@ TEST(BlobShape, MomentEllipseMatchesOpenCvMoments) {
         EXPECT_NEAR(s.centroidY, my, 1e-9);
         EXPECT_NEAR(s.majorAxis, 4 * std::sqrt((a + c + root) / 2), 1e-6);
         EXPECT_NEAR(s.minorAxis, 4 * std::sqrt((a + c - root) / 2), 1e-6);
-        EXPECT_NEAR(s.orientation, 0.5 * std::atan2(2 * b, a - c), 1e-9);
+        // A region whose second moments are (nearly) isotropic has no orientation to compare.
+        if (root > 1e-6 * (a + c)) EXPECT_NEAR(s.orientation, 0.5 * std::atan2(2 * b, a - c), 1e-9);
         EXPECT_EQ(s.eulerNumber, i % 3 == 0 ? 0 : 1);
         // A filled ellipse's moment axes are close to its drawn axes (2 x the semi-axes).
         if (i % 3 != 0 && axes.height >= 8) {
