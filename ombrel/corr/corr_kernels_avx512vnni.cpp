@@ -94,6 +94,86 @@ void Chunk(const CrossRowJob& job, const uint8_t* img, int64_t x, int r0, int r1
     }
 }
 
+__mmask64 FirstBytes(int64_t n) {
+    return n >= 64 ? ~__mmask64{0} : (n <= 0 ? __mmask64{0} : (__mmask64{1} << n) - 1);
+}
+
+// P positions from x, one at a time: each dot product takes 64 template bytes of one row against the 64
+// image bytes under them, so nothing is computed for positions past the span. A lane gains four products
+// per row and 64-byte column chunk; the lanes are folded into 64 bits before they hold 65536 products.
+template <int P>
+void Direct(const CrossRowJob& job, const uint8_t* img, int64_t x, __m512i flip, int64_t* total) {
+    const int chunks = (job.tStride + 63) / 64;
+    const int rowsPerFold = 16384 / chunks;
+    for (int r0 = 0; r0 < job.th; r0 += rowsPerFold) {
+        const int r1 = r0 + rowsPerFold < job.th ? r0 + rowsPerFold : job.th;
+        __m512i acc[P];
+        for (auto& a : acc) a = _mm512_setzero_si512();
+        for (int q = 0; q < chunks; ++q) {
+            // Template bytes past its stride belong to the next row: the template load stops there. Image
+            // bytes stop at the readable end; those under zero template bytes add nothing.
+            const __mmask64 tm = FirstBytes(job.tStride - 64 * int64_t{q});
+            __mmask64 im[P];
+            int64_t from[P];
+            for (int p = 0; p < P; ++p) {
+                from[p] = x + p + 64 * int64_t{q};
+                im[p] = FirstBytes(job.readable - from[p]) & tm;
+                if (im[p] == 0) from[p] = 0;
+            }
+            const int8_t* tr = job.t + int64_t{r0} * job.tStride + 64 * q;
+            const uint8_t* row = img + int64_t{r0} * job.imgPitch;
+            for (int r = r0; r < r1; ++r, tr += job.tStride, row += job.imgPitch) {
+                const __m512i tv = _mm512_maskz_loadu_epi8(tm, tr);
+#pragma GCC unroll 8
+                for (int p = 0; p < P; ++p) {
+                    const __m512i iv = _mm512_xor_si512(_mm512_maskz_loadu_epi8(im[p], row + from[p]), flip);
+                    acc[p] = _mm512_dpbusd_epi32(acc[p], iv, tv);
+                }
+            }
+        }
+        for (int p = 0; p < P; ++p) {
+            const __m512i wide =
+                _mm512_add_epi64(_mm512_cvtepi32_epi64(_mm512_castsi512_si256(acc[p])),
+                                 _mm512_cvtepi32_epi64(_mm512_extracti64x4_epi64(acc[p], 1)));
+            total[p] += _mm512_reduce_add_epi64(wide);
+        }
+    }
+}
+
+// Positions [x, end) of one output row by Direct, eight, four, two and one at a time.
+void DirectSpan(const CrossRowJob& job, const uint8_t* img, int64_t x, int64_t end, __m512i flip,
+                int64_t correction, int64_t* out) {
+    while (x < end) {
+        int64_t total[8] = {};
+        const int64_t n = end - x;
+        const int p = n >= 8 ? 8 : n >= 4 ? 4 : n >= 2 ? 2 : 1;
+        switch (p) {
+            case 8:
+                Direct<8>(job, img, x, flip, total);
+                break;
+            case 4:
+                Direct<4>(job, img, x, flip, total);
+                break;
+            case 2:
+                Direct<2>(job, img, x, flip, total);
+                break;
+            default:
+                Direct<1>(job, img, x, flip, total);
+                break;
+        }
+        for (int i = 0; i < p; ++i) out[x + i] = total[i] + correction;
+        x += p;
+    }
+}
+
+// Whether the last n positions of a row cost fewer dot products one at a time than as a block: a block
+// takes tStride of them per image row and output row, a position one per 64 template columns per row; the
+// single positions load more per product, counted as half as much again.
+bool TailByPosition(const CrossRowJob& job, int64_t n) {
+    const int64_t chunks = (job.tStride + 63) / 64;
+    return 3 * n * chunks < 2 * int64_t{job.tStride};
+}
+
 // Up to four output rows from img, all positions [begin, end).
 template <int R>
 void Rows(int begin, int end, const CrossRowJob& job, const uint8_t* img, int64_t* out, __m512i flip) {
@@ -102,6 +182,12 @@ void Rows(int begin, int end, const CrossRowJob& job, const uint8_t* img, int64_
     // goes one output row at a time (R = 1), in chunks of rows.
     const int rowsPerChunk = R == 1 ? 65536 / job.tStride : job.th;
     for (int64_t x = begin; x < end; x += kBlock) {
+        if (end - x < kBlock && TailByPosition(job, end - x)) {
+            for (int j = 0; j < R; ++j)
+                DirectSpan(job, img + int64_t{j} * job.rowStep * job.imgPitch, x, end, flip, correction,
+                           out + j * job.outStride);
+            break;
+        }
         int64_t total[R][kBlock] = {};
         for (int r0 = 0; r0 < job.th; r0 += rowsPerChunk)
             Chunk<R>(job, img, x, r0, r0 + rowsPerChunk < job.th ? r0 + rowsPerChunk : job.th, flip, total);
