@@ -38,13 +38,15 @@ int32_t Dword(const int8_t* p) {
 }
 
 // One group of four template columns (4 * GG within the 16-column chunk at col) against the shifted
-// image bytes, for every output row whose template row meets this image row.
-template <int GG, int R>
-void Groups(__m512i (&acc)[R][4], __m512i lo, __m512i hi, const int8_t* const* trow, int col) {
+// image bytes, for every output row whose template row meets this image row (all of them unless Partial).
+template <int GG, int R, bool Partial>
+void Groups(__m512i (&acc)[R][4], __m512i lo, __m512i hi, const int8_t* const* trow, const bool* meets,
+            int col) {
     const __m512i s0 = _mm512_alignr_epi8(hi, lo, 4 * GG + 0), s1 = _mm512_alignr_epi8(hi, lo, 4 * GG + 1),
                   s2 = _mm512_alignr_epi8(hi, lo, 4 * GG + 2), s3 = _mm512_alignr_epi8(hi, lo, 4 * GG + 3);
 #pragma GCC unroll 4
     for (int j = 0; j < R; ++j) {
+        if (Partial && !meets[j]) continue;
         const __m512i tv = _mm512_set1_epi32(Dword(trow[j] + col + 4 * GG));
         acc[j][0] = _mm512_dpbusd_epi32(acc[j][0], s0, tv);
         acc[j][1] = _mm512_dpbusd_epi32(acc[j][1], s1, tv);
@@ -66,28 +68,46 @@ void Chunk(const CrossRowJob& job, const uint8_t* img, int64_t x, int r0, int r1
     const int64_t irEnd = int64_t{R - 1} * job.rowStep + r1;
     for (int64_t ir = r0; ir < irEnd; ++ir) {
         const int8_t* trow[R];
-        bool any = false;
+        bool meets[R];
+        int meeting = 0;
         for (int j = 0; j < R; ++j) {
             const int64_t r = ir - int64_t{j} * job.rowStep;
-            const bool meets = r >= r0 && r < r1;
-            trow[j] = meets ? job.t + r * job.tStride : kZeroRow;  // no branch in the inner loop
-            any = any || meets;
+            meets[j] = r >= r0 && r < r1;
+            trow[j] = meets[j] ? job.t + r * job.tStride : kZeroRow;
+            meeting += meets[j];
         }
-        if (!any) continue;
+        if (meeting == 0) continue;
         const uint8_t* row = img + ir * job.imgPitch;
         __m512i lo = LoadRow(row, x, job.readable, flip);
-        for (int q = 0; q < chunks; ++q) {
-            const __m512i hi = LoadRow(row, x + 16 * (q + 1), job.readable, flip);
-            // All four groups, zero template columns included: branches here cost more than the products.
-            Groups<0>(acc, lo, hi, trow, 16 * q);
-            Groups<1>(acc, lo, hi, trow, 16 * q);
-            Groups<2>(acc, lo, hi, trow, 16 * q);
-            Groups<3>(acc, lo, hi, trow, 16 * q);
-            lo = hi;
+        // Image rows at the top and bottom of the band meet only some output rows: those rows skip the
+        // others' products (the branch is the same for the whole image row).
+        if (meeting == R) {
+            for (int q = 0; q < chunks; ++q) {
+                const __m512i hi = LoadRow(row, x + 16 * (q + 1), job.readable, flip);
+                // All four groups, zero template columns included: branches here cost more than the products.
+                Groups<0, R, false>(acc, lo, hi, trow, meets, 16 * q);
+                Groups<1, R, false>(acc, lo, hi, trow, meets, 16 * q);
+                Groups<2, R, false>(acc, lo, hi, trow, meets, 16 * q);
+                Groups<3, R, false>(acc, lo, hi, trow, meets, 16 * q);
+                lo = hi;
+            }
+        } else {
+            for (int q = 0; q < chunks; ++q) {
+                const __m512i hi = LoadRow(row, x + 16 * (q + 1), job.readable, flip);
+                Groups<0, R, true>(acc, lo, hi, trow, meets, 16 * q);
+                Groups<1, R, true>(acc, lo, hi, trow, meets, 16 * q);
+                Groups<2, R, true>(acc, lo, hi, trow, meets, 16 * q);
+                Groups<3, R, true>(acc, lo, hi, trow, meets, 16 * q);
+                lo = hi;
+            }
         }
     }
+    // Every index into acc is a constant once unrolled, so the accumulators stay in registers; an index the
+    // compiler cannot resolve would keep them in memory, stored on every pass of the loop above.
     alignas(64) int32_t lanes[4][16];
+#pragma GCC unroll 4
     for (int j = 0; j < R; ++j) {
+#pragma GCC unroll 4
         for (int ph = 0; ph < 4; ++ph) _mm512_store_si512(lanes[ph], acc[j][ph]);
         for (int ph = 0; ph < 4; ++ph)
             for (int lane = 0; lane < 16; ++lane) total[j][4 * lane + ph] += lanes[ph][lane];
@@ -108,6 +128,7 @@ void Direct(const CrossRowJob& job, const uint8_t* img, int64_t x, __m512i flip,
     for (int r0 = 0; r0 < job.th; r0 += rowsPerFold) {
         const int r1 = r0 + rowsPerFold < job.th ? r0 + rowsPerFold : job.th;
         __m512i acc[P];
+#pragma GCC unroll 8
         for (auto& a : acc) a = _mm512_setzero_si512();
         for (int q = 0; q < chunks; ++q) {
             // Template bytes past its stride belong to the next row: the template load stops there. Image
@@ -131,6 +152,7 @@ void Direct(const CrossRowJob& job, const uint8_t* img, int64_t x, __m512i flip,
                 }
             }
         }
+#pragma GCC unroll 8
         for (int p = 0; p < P; ++p) {
             const __m512i wide =
                 _mm512_add_epi64(_mm512_cvtepi32_epi64(_mm512_castsi512_si256(acc[p])),
