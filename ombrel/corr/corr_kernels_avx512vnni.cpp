@@ -10,6 +10,9 @@
 // Exactness: a product is at most 255 * 128 = 32640 in size, so a lane holds at most 65536 products (below
 // 2^31) before it is folded into 64 bits: template rows are taken in chunks of at most 65536 / tStride.
 // Signed image bytes are flipped to unsigned (i + 128) and 128 * sum(t) is taken off at the end.
+//
+// A row's last block may hold only a few positions (577 of them at 640 wide with a 64-wide template leave
+// one); a block costs the same for one position as for 64, so a few are taken one at a time instead (Direct).
 #include <cstdint>
 #include <cstring>
 
@@ -121,7 +124,7 @@ __mmask64 FirstBytes(int64_t n) {
 // P positions from x, one at a time: each dot product takes 64 template bytes of one row against the 64
 // image bytes under them, so nothing is computed for positions past the span. A lane gains four products
 // per row and 64-byte column chunk; the lanes are folded into 64 bits before they hold 65536 products.
-template <int P>
+template <int P, bool Signed>
 void Direct(const CrossRowJob& job, const uint8_t* img, int64_t x, __m512i flip, int64_t* total) {
     const int chunks = (job.tStride + 63) / 64;
     const int rowsPerFold = 16384 / chunks;
@@ -147,7 +150,8 @@ void Direct(const CrossRowJob& job, const uint8_t* img, int64_t x, __m512i flip,
                 const __m512i tv = _mm512_maskz_loadu_epi8(tm, tr);
 #pragma GCC unroll 8
                 for (int p = 0; p < P; ++p) {
-                    const __m512i iv = _mm512_xor_si512(_mm512_maskz_loadu_epi8(im[p], row + from[p]), flip);
+                    const __m512i raw = _mm512_maskz_loadu_epi8(im[p], row + from[p]);
+                    const __m512i iv = Signed ? _mm512_xor_si512(raw, flip) : raw;
                     acc[p] = _mm512_dpbusd_epi32(acc[p], iv, tv);
                 }
             }
@@ -171,16 +175,16 @@ void DirectSpan(const CrossRowJob& job, const uint8_t* img, int64_t x, int64_t e
         const int p = n >= 8 ? 8 : n >= 4 ? 4 : n >= 2 ? 2 : 1;
         switch (p) {
             case 8:
-                Direct<8>(job, img, x, flip, total);
+                (job.imgSigned ? Direct<8, true> : Direct<8, false>)(job, img, x, flip, total);
                 break;
             case 4:
-                Direct<4>(job, img, x, flip, total);
+                (job.imgSigned ? Direct<4, true> : Direct<4, false>)(job, img, x, flip, total);
                 break;
             case 2:
-                Direct<2>(job, img, x, flip, total);
+                (job.imgSigned ? Direct<2, true> : Direct<2, false>)(job, img, x, flip, total);
                 break;
             default:
-                Direct<1>(job, img, x, flip, total);
+                (job.imgSigned ? Direct<1, true> : Direct<1, false>)(job, img, x, flip, total);
                 break;
         }
         for (int i = 0; i < p; ++i) out[x + i] = total[i] + correction;
@@ -188,12 +192,13 @@ void DirectSpan(const CrossRowJob& job, const uint8_t* img, int64_t x, int64_t e
     }
 }
 
-// Whether the last n positions of a row cost fewer dot products one at a time than as a block: a block
-// takes tStride of them per image row and output row, a position one per 64 template columns per row; the
-// single positions load more per product, counted as half as much again.
+// Whether the last n positions of a row are cheaper one at a time than as a block. A block takes tStride
+// dot products per image row and output row, a position one per 64 template columns, but each of those
+// needs its own unaligned load: timed, a position costs about six of the block's dot products per 64
+// template columns (33 positions of a 64-wide template were slower than a block, one was much faster).
 bool TailByPosition(const CrossRowJob& job, int64_t n) {
     const int64_t chunks = (job.tStride + 63) / 64;
-    return 3 * n * chunks < 2 * int64_t{job.tStride};
+    return 6 * n * chunks <= int64_t{job.tStride};
 }
 
 // Up to four output rows from img, all positions [begin, end).
