@@ -42,20 +42,36 @@ int32_t Dword(const int8_t* p) {
 
 // One group of four template columns (4 * GG within the 16-column chunk at col) against the shifted
 // image bytes, for every output row whose template row meets this image row (all of them unless Partial).
-template <int GG, int R, bool Partial>
-void Groups(__m512i (&acc)[R][4], __m512i lo, __m512i hi, const int8_t* const* trow, const bool* meets,
-            int col) {
-    const __m512i s0 = _mm512_alignr_epi8(hi, lo, 4 * GG + 0), s1 = _mm512_alignr_epi8(hi, lo, 4 * GG + 1),
-                  s2 = _mm512_alignr_epi8(hi, lo, 4 * GG + 2), s3 = _mm512_alignr_epi8(hi, lo, 4 * GG + 3);
+template <int R, bool Partial>
+void Dots(__m512i (&acc)[R][4], __m512i s0, __m512i s1, __m512i s2, __m512i s3, const int8_t* const* trow,
+          const bool* meets, int col) {
 #pragma GCC unroll 4
     for (int j = 0; j < R; ++j) {
         if (Partial && !meets[j]) continue;
-        const __m512i tv = _mm512_set1_epi32(Dword(trow[j] + col + 4 * GG));
+        const __m512i tv = _mm512_set1_epi32(Dword(trow[j] + col));
         acc[j][0] = _mm512_dpbusd_epi32(acc[j][0], s0, tv);
         acc[j][1] = _mm512_dpbusd_epi32(acc[j][1], s1, tv);
         acc[j][2] = _mm512_dpbusd_epi32(acc[j][2], s2, tv);
         acc[j][3] = _mm512_dpbusd_epi32(acc[j][3], s3, tv);
     }
+}
+
+template <int GG, int R, bool Partial>
+void Groups(__m512i (&acc)[R][4], __m512i lo, __m512i hi, const int8_t* const* trow, const bool* meets,
+            int col) {
+    Dots<R, Partial>(acc, _mm512_alignr_epi8(hi, lo, 4 * GG + 0), _mm512_alignr_epi8(hi, lo, 4 * GG + 1),
+                     _mm512_alignr_epi8(hi, lo, 4 * GG + 2), _mm512_alignr_epi8(hi, lo, 4 * GG + 3), trow,
+                     meets, col + 4 * GG);
+}
+
+// The same shifted bytes loaded straight from the image (p at the chunk's first byte): the byte shift
+// competes with the dot product for execution ports, a load does not. Only for unsigned bytes (nothing to
+// flip) and blocks whose every byte is readable.
+template <int GG, int R>
+void GroupsLoaded(__m512i (&acc)[R][4], const uint8_t* p, const int8_t* const* trow, int col) {
+    Dots<R, false>(acc, _mm512_loadu_si512(p + 4 * GG + 0), _mm512_loadu_si512(p + 4 * GG + 1),
+                   _mm512_loadu_si512(p + 4 * GG + 2), _mm512_loadu_si512(p + 4 * GG + 3), trow, nullptr,
+                   col + 4 * GG);
 }
 
 // Template rows [r0, r1) for the block at x and R output rows, added into total[j][64] (position order).
@@ -69,6 +85,8 @@ void Chunk(const CrossRowJob& job, const uint8_t* img, int64_t x, int r0, int r1
         for (auto& a : acc[j]) a = _mm512_setzero_si512();
     const int chunks = job.tStride / 16;
     const int64_t irEnd = int64_t{R - 1} * job.rowStep + r1;
+    // The last byte a block reads is 63 past its last chunk's first byte.
+    const bool loaded = !job.imgSigned && x + job.tStride + 63 <= job.readable;
     for (int64_t ir = r0; ir < irEnd; ++ir) {
         const int8_t* trow[R];
         bool meets[R];
@@ -81,6 +99,16 @@ void Chunk(const CrossRowJob& job, const uint8_t* img, int64_t x, int r0, int r1
         }
         if (meeting == 0) continue;
         const uint8_t* row = img + ir * job.imgPitch;
+        if (meeting == R && loaded) {
+            for (int q = 0; q < chunks; ++q) {
+                const uint8_t* p = row + x + 16 * q;
+                GroupsLoaded<0, R>(acc, p, trow, 16 * q);
+                GroupsLoaded<1, R>(acc, p, trow, 16 * q);
+                GroupsLoaded<2, R>(acc, p, trow, 16 * q);
+                GroupsLoaded<3, R>(acc, p, trow, 16 * q);
+            }
+            continue;
+        }
         __m512i lo = LoadRow(row, x, job.readable, flip);
         // Image rows at the top and bottom of the band meet only some output rows: those rows skip the
         // others' products (the branch is the same for the whole image row).
