@@ -75,7 +75,8 @@ void GroupsLoaded(__m512i (&acc)[R][4], const uint8_t* p, const int8_t* const* t
 }
 
 // Template rows [r0, r1) for the block at x and R output rows, added into total[j][64] (position order).
-// Each image row is shifted once and serves every output row whose template row lies on it.
+// Each image row is shifted (or its shifted bytes loaded) once and serves every output row whose template
+// row lies on it.
 template <int R>
 void Chunk(const CrossRowJob& job, const uint8_t* img, int64_t x, int r0, int r1, __m512i flip,
            int64_t (*total)[kBlock]) {
@@ -229,7 +230,7 @@ bool TailByPosition(const CrossRowJob& job, int64_t n) {
     return 6 * n * chunks <= int64_t{job.tStride};
 }
 
-// Up to four output rows from img, all positions [begin, end).
+// Up to four output rows from img, all positions [begin, end); the last few by Direct when cheaper.
 template <int R>
 void Rows(int begin, int end, const CrossRowJob& job, const uint8_t* img, int64_t* out, __m512i flip) {
     const int64_t correction = job.imgSigned ? -128 * job.tSum : 0;
