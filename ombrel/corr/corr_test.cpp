@@ -324,6 +324,59 @@ TEST_P(CorrMatchIsa, CrossRowKernelsEqualTheReference) {
     }
 }
 
+// Rows whose last block of 64 positions holds only a few (1, 2, 15, 16, 17, 63) or none: the few may be
+// taken one position at a time, with image rows ending exactly where the last position needs them. A tall
+// template with the largest products also checks that 32-bit lanes are folded in time on that path.
+TEST_P(CorrMatchIsa, CrossRowTailsEqualTheReference) {
+    std::mt19937 rng(11);
+    struct Shape {
+        int tw, th, outRows, rowStep;
+    };
+    const std::vector<Shape> shapes = {{16, 16, 4, 1}, {32, 9, 3, 2}, {64, 64, 4, 1},
+                                       {48, 5, 1, 1},  {65, 3, 2, 4}, {16, 20000, 1, 1}};
+    for (const Shape& sh : shapes) {
+        const bool tall = sh.th > 1000;
+        for (int left : {1, 2, 15, 16, 17, 63, 64}) {
+            if (tall && left > 2) continue;
+            const int span = (tall ? 0 : 64 * (1 + static_cast<int>(rng() % 3))) + left;
+            for (int variant = 0; variant < (tall ? 1 : 2); ++variant) {
+                const int stride = (sh.tw + 15) / 16 * 16;
+                const int imgW = span - 1 + sh.tw;
+                const int imgH = (sh.outRows - 1) * sh.rowStep + sh.th;
+                std::vector<int8_t> t(static_cast<size_t>(stride) * sh.th, 0);
+                std::vector<uint8_t> img(static_cast<size_t>(imgW) * imgH);
+                int64_t tSum = 0;
+                for (int r = 0; r < sh.th; ++r)
+                    for (int k = 0; k < sh.tw; ++k) {
+                        const int8_t v = tall ? int8_t{-128} : static_cast<int8_t>(rng());
+                        t[static_cast<size_t>(r) * stride + k] = v;
+                        tSum += v;
+                    }
+                for (auto& b : img) b = tall ? 255 : static_cast<uint8_t>(rng());
+                corr::CrossRowJob job;
+                job.t = t.data();
+                job.tw = sh.tw;
+                job.th = sh.th;
+                job.tStride = stride;
+                job.tSum = tSum;
+                job.img = img.data();
+                job.imgPitch = imgW;
+                job.readable = imgW;
+                job.imgSigned = variant == 1;
+                job.outRows = sh.outRows;
+                job.rowStep = sh.rowStep;
+                job.outStride = span + 1;
+                std::vector<int64_t> out(static_cast<size_t>(job.outStride) * sh.outRows, -7), ref(out);
+                job.out = ref.data();
+                corr::kCrossRowKernels.Scalar()(0, span, job);
+                job.out = out.data();
+                EXPECT_EQ(corr::kCrossRowKernels.Run(Level(), 0, span, job), span);
+                ASSERT_EQ(out, ref) << sh.tw << "x" << sh.th << " span " << span << " variant " << variant;
+            }
+        }
+    }
+}
+
 // The score kernels give CorrScore's doubles bit for bit: power-of-two counts and others, flat windows,
 // both score forms.
 TEST_P(CorrMatchIsa, ScoreKernelsGiveCorrScoreBitForBit) {
