@@ -2,8 +2,13 @@
 // Blob analysis from Python: the agent made once, run per frame, its regions read back as a table of named
 // features and a tree of labels.
 #include <chrono>
+#include <cmath>
 #include <limits>
+#include <numbers>
 #include <vector>
+
+#include <ombrel/blob/blob_feature_set.h>
+#include <ombrel/blob/blob_shape.h>
 
 #include "core.h"
 
@@ -126,6 +131,56 @@ int FeatureNumber(const std::string& name) {
     throw py::value_error("unknown blob feature '" + name + "' (ombrel.BlobAgent.feature_names lists them)");
 }
 
+// The standard figures of a region, measured on its pixels, in the order of the rows Shapes() gives.
+const char* const kShapeNames[] = {"area",         "centroid_x",   "centroid_y",  "perimeter",
+                                   "circularity",  "major_axis",   "minor_axis",  "orientation",
+                                   "eccentricity", "euler_number", "convex_area", "solidity"};
+constexpr int kShapeColumns = int(std::size(kShapeNames));
+
+// The band's class over the region of interest: 1 where a pixel is in the band and under the mask. The
+// placement lies inside the image (MakePlacement sees to that), so every read is in bounds.
+std::unique_ptr<Buffer> InBandImage(const Buffer& image, const Placement& placement, int low, int high) {
+    std::unique_ptr<Buffer> inBand(new (std::nothrow) Buffer(placement.width, placement.height, EIGHT));
+    if (!inBand || inBand->GetError() != BUFFER_OK || inBand->BaseAddr() == nullptr) return nullptr;
+    const Buffer* mask = placement.masked ? placement.roi.GetMaskbits() : nullptr;
+    for (int y = 0; y < placement.height; ++y) {
+        const uint8_t* in = image.Row(placement.origin.y + y) + placement.origin.x;
+        uint8_t* out = inBand->Row(y);
+        for (int x = 0; x < placement.width; ++x) {
+            bool selected = in[x] >= low && in[x] <= high;
+            if (selected && mask != nullptr)
+                selected = mask->BitsPerPixel() == 1 ? (mask->Row(y)[x >> 3] >> (7 - (x & 7))) & 1
+                                                     : mask->Row(y)[x] != 0;
+            out[x] = selected ? 1 : 0;
+        }
+    }
+    return inBand;
+}
+
+// The feature numbers `items` (names as in feature_names or the library's table, or numbers 1..64) stand
+// for; the derived figures need what they are computed from.
+std::vector<int> FeatureNumbers(const py::iterable& items) {
+    std::vector<int> numbers;
+    for (py::handle item : items) {
+        int number;
+        if (py::isinstance<py::str>(item)) {
+            const std::string name = item.cast<std::string>();
+            const BlobFeatureInfo* info = FindBlobFeature(name.c_str());
+            number = info != nullptr ? info->number : FeatureNumber(name);
+            for (const FeatureName& f : Features())  // our names win: centroid_x is the mean pixel index
+                if (name == f.name) number = f.number;
+        } else {
+            number = item.cast<int>();
+            if (FindBlobFeature(number) == nullptr)
+                throw py::value_error("unknown blob feature number " + std::to_string(number) +
+                                      " (1..64 except 22)");
+        }
+        if (number == kCentroidX || number == kCentroidY) number = BF_CENTROID_X;
+        if (number > 0) numbers.push_back(number);
+    }
+    return numbers;
+}
+
 class PyBlobAgent {
   public:
     PyBlobAgent(const py::object& image, std::pair<int, int> band, const py::object& roi,
@@ -145,8 +200,52 @@ class PyBlobAgent {
 
     int Go(const py::object& image) {
         if (!image.is_none()) SetImage(image);
+        _ranBand = {_agent->LowThreshold(), _agent->HighThreshold()};
+        _ranExact = _agent->StepX() == 1 && _agent->StepY() == 1;
         RunGo(_agent.get(), _busy, "BlobAgent.go");
         return _result.NParts();
+    }
+
+    // The standard figures of every region of the last run, measured on its pixels (rebuilt from the image
+    // as it is now). A sampled run (step above 1) or a region whose pixels changed since gives NaN for all
+    // but the area and the centroid, which the agent's moments give.
+    py::array_t<double> Shapes() {
+        BusyGuard guard(_busy);
+        const auto blobs = _result.Blobs();
+        py::array_t<double> out({py::ssize_t(blobs.size()), py::ssize_t(kShapeColumns)});
+        auto t = out.mutable_unchecked<2>();
+        std::unique_ptr<Buffer> inBand;
+        if (_ranExact && !blobs.empty())
+            inBand = InBandImage(*_image->buffer(), _placement, _ranBand.first, _ranBand.second);
+        for (size_t i = 0; i < blobs.size(); ++i) {
+            Blob& blob = *blobs[i];
+            RegionPixels pixels;
+            const double nan = std::numeric_limits<double>::quiet_NaN();
+            if (inBand && BlobPixels(blob, *inBand, _placement.origin, &pixels)) {
+                const ShapeMeasures m = MeasureShape(pixels);
+                const double row[] = {double(m.area), m.centroidX,
+                                      m.centroidY,    m.perimeter,
+                                      m.circularity,  m.majorAxis,
+                                      m.minorAxis,    m.orientation * 180.0 / std::numbers::pi,
+                                      m.eccentricity, double(m.eulerNumber),
+                                      m.convexArea,   m.solidity};
+                for (int k = 0; k < kShapeColumns; ++k) t(i, k) = std::isfinite(row[k]) ? row[k] : nan;
+            } else {
+                for (int k = 0; k < kShapeColumns; ++k) t(i, k) = nan;
+                t(i, 0) = blob.Area();
+                const bool moments = (_agent->Options() & BLOB_OPT_FIRST_MOMENTS) != 0;
+                t(i, 1) = moments ? blob.GetFeat(BF_CENTROID_X) + 0.5 : nan;
+                t(i, 2) = moments ? blob.GetFeat(BF_CENTROID_Y) : nan;
+            }
+        }
+        FlushReports();
+        return out;
+    }
+
+    void EnableFeatures(const py::iterable& items) {
+        const std::vector<int> numbers = FeatureNumbers(items);
+        BusyGuard guard(_busy);
+        EnableBlobFeatures(*_agent, numbers);
     }
 
     void SetImage(const py::object& object) {
@@ -223,6 +322,8 @@ class PyBlobAgent {
     BlobResult _result;
     std::unique_ptr<BlobAgent> _agent;
     std::atomic<bool> _busy{false};
+    std::pair<int, int> _ranBand{0, 0};  // the band and exactness of the last run, for Shapes()
+    bool _ranExact = false;
 };
 
 }  // namespace
@@ -295,6 +396,25 @@ Defaults set here: area limits 1..2**31-1, steps 1, grey sums on, boundaries, ra
         .def("table", &PyBlobAgent::Table, py::arg("names") = py::none(),
              "Features of every region of the last run as a float64 array, one row per label (1..count), one "
              "column per name (all of feature_names when None).")
+        .def("shapes", &PyBlobAgent::Shapes,
+             "The standard figures of every region of the last run as a float64 array, one row per label, "
+             "one column per name in shape_names, measured on the region's pixels (read the image again: "
+             "call before it changes). Centroid: mean pixel index; orientation in degrees from +x towards "
+             "+y (y down), (-90, 90]; axes of the ellipse with the same second moments; perimeter of the "
+             "outer boundary, straight edges measured straight; circularity 4 pi area / perimeter**2; "
+             "convex_area counts the pixel centres inside the convex hull; solidity area / convex_area. "
+             "After a sampled run (step above 1) only area and centroid are known, the rest is NaN.")
+        .def("enable_features", &PyBlobAgent::EnableFeatures, py::arg("features"),
+             "Switches on what the named (feature_names, or the library's feature table) or numbered "
+             "(1..64) features need before go(), leaving every other option and filter bit as it is.")
+        .def_property_readonly_static(
+            "shape_names",
+            [](const py::object&) {
+                py::list names;
+                for (const char* name : kShapeNames) names.append(name);
+                return names;
+            },
+            "Column names of shapes().")
         .def("feature", &PyBlobAgent::FeatureOf, py::arg("label"), py::arg("name"),
              "One feature of one region.")
         .def("tree", &PyBlobAgent::Tree,
