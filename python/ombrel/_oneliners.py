@@ -9,7 +9,7 @@ import numpy as np
 
 from . import _ombrel
 
-__all__ = ["blob", "BlobResult", "BlobRegion", "BandChoice", "choose_band", "DEFAULT_BLOB_FEATURES",
+__all__ = ["blob", "BlobResult", "BlobRegion", "BandChoice", "choose_band", "AUTO_BANDS", "DEFAULT_BLOB_FEATURES",
            "STANDARD_FIGURES"]
 
 # What a one-line blob analysis reports of the agent's own features unless asked for more.
