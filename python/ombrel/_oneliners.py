@@ -93,7 +93,7 @@ class BlobRegion:
     def to_dict(self) -> Dict[str, Any]:
         """Plain values for JSON, laid out as the ombrel program writes a region: label, kind, parent label (0
         at top level), child labels, the standard figures (None where unknown) and ``features``."""
-        figures = {k: list(v) if k == "centroid" else v for k, v in self.figures.items()}
+        figures = {k: list(v) if k == "centroid" and v is not None else v for k, v in self.figures.items()}
         return {"label": self.label, "kind": self.kind, "parent": self.parent.label if self.parent else 0,
                 "children": [c.label for c in self.children], **figures, "features": dict(self.features)}
 
@@ -149,8 +149,9 @@ class BlobResult:
 
         for name in STANDARD_FIGURES:
             if name == "centroid":
-                columns["centroid_x"] = column(r.figures["centroid"][0] for r in self.regions)
-                columns["centroid_y"] = column(r.figures["centroid"][1] for r in self.regions)
+                centroids = [r.figures["centroid"] or (None, None) for r in self.regions]
+                columns["centroid_x"] = column(c[0] for c in centroids)
+                columns["centroid_y"] = column(c[1] for c in centroids)
             else:
                 columns[name] = column(r.figures[name] for r in self.regions)
         for name in self.feature_names:
@@ -172,7 +173,8 @@ def _figures_of(row) -> Dict[str, Any]:
     figures: Dict[str, Any] = {}
     for name in STANDARD_FIGURES:
         if name == "centroid":
-            figures[name] = (values["centroid_x"], values["centroid_y"])
+            x, y = values["centroid_x"], values["centroid_y"]
+            figures[name] = None if np.isnan(x) else (x, y)  # None: the agent computed no moments
             continue
         v = values[name]
         figures[name] = None if np.isnan(v) else int(v) if name in _WHOLE_FIGURES else v

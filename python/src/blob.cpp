@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Blob analysis from Python: the agent made once, run per frame, its regions read back as a table of named
 // features and a tree of labels.
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -202,6 +203,7 @@ class PyBlobAgent {
         if (!image.is_none()) SetImage(image);
         _ranBand = {_agent->LowThreshold(), _agent->HighThreshold()};
         _ranExact = _agent->StepX() == 1 && _agent->StepY() == 1;
+        _ranOptions = _agent->Options();
         RunGo(_agent.get(), _busy, "BlobAgent.go");
         return _result.NParts();
     }
@@ -212,33 +214,16 @@ class PyBlobAgent {
     py::array_t<double> Shapes() {
         BusyGuard guard(_busy);
         const auto blobs = _result.Blobs();
-        py::array_t<double> out({py::ssize_t(blobs.size()), py::ssize_t(kShapeColumns)});
-        auto t = out.mutable_unchecked<2>();
-        std::unique_ptr<Buffer> inBand;
-        if (_ranExact && !blobs.empty())
-            inBand = InBandImage(*_image->buffer(), _placement, _ranBand.first, _ranBand.second);
-        for (size_t i = 0; i < blobs.size(); ++i) {
-            Blob& blob = *blobs[i];
-            RegionPixels pixels;
-            const double nan = std::numeric_limits<double>::quiet_NaN();
-            if (inBand && BlobPixels(blob, *inBand, _placement.origin, &pixels)) {
-                const ShapeMeasures m = MeasureShape(pixels);
-                const double row[] = {double(m.area), m.centroidX,
-                                      m.centroidY,    m.perimeter,
-                                      m.circularity,  m.majorAxis,
-                                      m.minorAxis,    m.orientation * 180.0 / std::numbers::pi,
-                                      m.eccentricity, double(m.eulerNumber),
-                                      m.convexArea,   m.solidity};
-                for (int k = 0; k < kShapeColumns; ++k) t(i, k) = std::isfinite(row[k]) ? row[k] : nan;
-            } else {
-                for (int k = 0; k < kShapeColumns; ++k) t(i, k) = nan;
-                t(i, 0) = blob.Area();
-                const bool moments = (_agent->Options() & BLOB_OPT_FIRST_MOMENTS) != 0;
-                t(i, 1) = moments ? blob.GetFeat(BF_CENTROID_X) + 0.5 : nan;
-                t(i, 2) = moments ? blob.GetFeat(BF_CENTROID_Y) : nan;
-            }
+        std::vector<double> values(blobs.size() * kShapeColumns);
+        {
+            // Rebuilding and measuring every region can take a while on a large image: other Python threads
+            // run meanwhile (the agent is held by the guard, so nothing changes its result).
+            py::gil_scoped_release release;
+            MeasureRegions(blobs, values.data());
         }
         FlushReports();
+        py::array_t<double> out({py::ssize_t(blobs.size()), py::ssize_t(kShapeColumns)});
+        std::copy(values.begin(), values.end(), out.mutable_data());
         return out;
     }
 
@@ -317,13 +302,50 @@ class PyBlobAgent {
     const ImagePtr& image() const { return _image; }
 
   private:
+    template <class Blobs>
+    void MeasureRegions(const Blobs& blobs, double* out) const {
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        std::unique_ptr<Buffer> inBand;
+        if (_ranExact && !blobs.empty())
+            inBand = InBandImage(*_image->buffer(), _placement, _ranBand.first, _ranBand.second);
+        for (Blob* blob : blobs) {
+            double* row = out;
+            out += kShapeColumns;
+            RegionPixels pixels;
+            if (inBand && BlobPixels(*blob, *inBand, _placement.origin, &pixels)) {
+                const ShapeMeasures m = MeasureShape(pixels);
+                const double measured[kShapeColumns] = {
+                    double(m.area), m.centroidX,
+                    m.centroidY,    m.perimeter,
+                    m.circularity,  m.majorAxis,
+                    m.minorAxis,    m.orientation * 180.0 / std::numbers::pi,
+                    m.eccentricity, double(m.eulerNumber),
+                    m.convexArea,   m.solidity};
+                for (int k = 0; k < kShapeColumns; ++k)
+                    row[k] = std::isfinite(measured[k]) ? measured[k] : nan;
+                continue;
+            }
+            // Sampled (or changed since): the agent's moments still give the mean pixel index, its x sitting
+            // half a pixel left; without moments (switched off, or extent only for objects) nothing does.
+            std::fill(row, row + kShapeColumns, nan);
+            row[0] = blob->Area();
+            const bool moments = (_ranOptions & BLOB_OPT_FIRST_MOMENTS) != 0 &&
+                                 !(blob->Color() == 0 && (_ranOptions & BLOB_OPT_EXTENT_ONLY_0) != 0);
+            if (moments) {
+                row[1] = blob->GetFeat(BF_CENTROID_X) + 0.5;
+                row[2] = blob->GetFeat(BF_CENTROID_Y);
+            }
+        }
+    }
+
     ImagePtr _image;
     Placement _placement;
     BlobResult _result;
     std::unique_ptr<BlobAgent> _agent;
     std::atomic<bool> _busy{false};
-    std::pair<int, int> _ranBand{0, 0};  // the band and exactness of the last run, for Shapes()
+    std::pair<int, int> _ranBand{0, 0};  // the band, exactness and options of the last run, for Shapes()
     bool _ranExact = false;
+    int _ranOptions = 0;
 };
 
 }  // namespace
@@ -339,7 +361,9 @@ region around it (0 for top-level objects); an object's children are its holes.
 
 Parameters: image (Buffer or 2-D uint8 array), band=(low, high), roi=None (whole image; or (x, y, width,
 height) or a Region), mask=None (2-D bool/uint8 array over the region, non-zero selects).
-Defaults set here: area limits 1..2**31-1, steps 1, grey sums on, boundaries, radii and length/width on.)doc")
+Defaults set here: area limits 1..2**31-1, steps 1, grey sums on, boundaries, radii and length/width on
+(enable_features() adds what other features need). table() reads the agent's numbered features; shapes()
+measures the standard figures (area, centroid, perimeter, axes, orientation, ...) on the regions' pixels.)doc")
         .def(py::init<const py::object&, std::pair<int, int>, const py::object&, const py::object&>(),
              py::arg("image"), py::arg("band") = std::pair<int, int>(0, 100), py::arg("roi") = py::none(),
              py::arg("mask") = py::none())
@@ -407,6 +431,28 @@ Defaults set here: area limits 1..2**31-1, steps 1, grey sums on, boundaries, ra
         .def("enable_features", &PyBlobAgent::EnableFeatures, py::arg("features"),
              "Switches on what the named (feature_names, or the library's feature table) or numbered "
              "(1..64) features need before go(), leaving every other option and filter bit as it is.")
+        .def_static(
+            "feature_info",
+            [](const py::object& feature) {
+                const std::vector<int> numbers = FeatureNumbers(py::make_tuple(feature));
+                const BlobFeatureInfo* info = numbers.size() == 1 ? FindBlobFeature(numbers[0]) : nullptr;
+                if (info == nullptr)
+                    throw py::value_error("no library feature stands for " +
+                                          py::repr(feature).cast<std::string>() +
+                                          " (the label and box figures are computed here)");
+                py::dict d;
+                d["number"] = info->number;
+                d["name"] = info->name;
+                d["integer"] = info->integer;
+                d["unit"] = info->unit;
+                d["description"] = info->description;
+                return d;
+            },
+            py::arg("feature"),
+            "The library's description of a numbered feature (by name or number): {number, name (the "
+            "library's), integer (always whole), unit (px, px^2, rad, grey or empty), description (its "
+            "formula)}. "
+            "Our centroid_x/centroid_y answer with the feature they are computed from.")
         .def_property_readonly_static(
             "shape_names",
             [](const py::object&) {

@@ -81,7 +81,8 @@ Histogram of an 8-bit region, for a production loop.
 Per pixel v: bins[(v >> s) + bin_offset] += 1 with s such that `bins` bins cover 0..255. The agent's own
 figures: pixel_count counts the non-zero pixels only, pixel_sum sums all, mean = pixel_sum // pixel_count (an
 integer division), std_dev divides by pixel_count - 1, median is the centre of the bin after the last one
-still below half. For numpy's mean and deviation over all region pixels use ombrel.histogram().
+still below half. For numpy's figures over all region pixels and Otsu's threshold use ombrel.histogram(), or
+ombrel.grey_statistics(agent.bins) and ombrel.otsu_threshold(agent.bins) with bins=256.
 
 Parameters: image, bins=256 (1..256), roi=None, mask=None.)doc");
     cls.def(py::init<const py::object&, int, const py::object&, const py::object&>(), py::arg("image"),

@@ -77,6 +77,7 @@ def test_figures_equal_the_ombrel_programs_on_the_same_file(tmp_path, ombrel_pro
     names = [n for n in theirs[0]["features"] if n in ombrel.BlobAgent.feature_names and
              not n.startswith("centroid")]
     result = ombrel.blob(scene, band=band, features=names)
+    units = {name: ombrel.BlobAgent.feature_info(name)["unit"] for name in names}
     ours = result.to_dict()
     for key in ("band", "band_mode", "threshold", "objects_are", "objects", "holes"):
         assert ours.get(key) == record.get(key), key
@@ -86,7 +87,10 @@ def test_figures_equal_the_ombrel_programs_on_the_same_file(tmp_path, ombrel_pro
             assert mine[key] == other[key], key
         for key in ombrel.STANDARD_FIGURES:
             assert mine[key] == pytest.approx(other[key], rel=1e-12, abs=1e-12), key
-        assert mine["features"] == {name: other["features"][name] for name in names}
+        # The program writes the agent's angles in degrees; the module keeps the library's radians.
+        assert mine["features"] == {name: other["features"][name] if units[name] != "rad"
+                                    else pytest.approx(np.radians(other["features"][name]), abs=1e-12)
+                                    for name in names}
 
 
 def test_standard_figures_of_drawn_shapes():
@@ -145,6 +149,10 @@ def test_enable_features_switches_on_only_what_they_need(scene):
         agent.enable_features(["roundness"])
     with pytest.raises(ValueError, match="unknown blob feature"):
         agent.enable_features([22])
+    assert ombrel.BlobAgent.feature_info("mean_grey")["number"] == 53
+    assert ombrel.BlobAgent.feature_info(21)["unit"] == "rad"
+    with pytest.raises(ValueError, match="computed here"):
+        ombrel.BlobAgent.feature_info("bbox_left")
 
 
 def test_agent_runs_per_frame_on_new_buffers_and_reads_back():
