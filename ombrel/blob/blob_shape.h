@@ -38,10 +38,10 @@ namespace ombrel {
 /// The pixels of one region: a width x height window placed at (left, top) in image coordinates, with
 /// pixels[y * width + x] = 1 for a pixel of the region and 0 otherwise.
 struct RegionPixels {
-    int left = 0;
-    int top = 0;
-    int width = 0;
-    int height = 0;
+    int left = 0;                 ///< image column of the window's first column
+    int top = 0;                  ///< image row of the window's first row
+    int width = 0;                ///< window width in pixels
+    int height = 0;               ///< window height in pixels
     bool eightConnected = true;   ///< how the region's pixels connect (true for objects, false for holes)
     std::vector<uint8_t> pixels;  ///< width * height values, 0 or 1
 

@@ -198,7 +198,9 @@ int BreakAgent::Build() {
             ariths["arith3a"].reset(
                 ArithFact(B("CTdiffa"), origin, _sRoi, _srcTemplate, _ARITH_AND, 1.0f, 0, B("CTdiff")));
         }
-        for (const char* name : {"arith2", "arith3", "arith3a"})
+        // The template is read at the region's corner by the agents that take it as source B; the binarize
+        // step of binarize-and-mask mode has no source B, and setting a corner there only reports.
+        for (const char* name : {"arith2", _xorMode ? "arith3" : "arith3a"})
             if (ariths.count(name) && ariths[name]) ariths[name]->SetCornerB(_sPt);
         ariths["arith4"].reset(ArithFact(B("CTsame"), B("CTdiff"), _ARITH_OR, 1.0f, 0, B("work0")));
         ariths["arith"].reset(ArithFact(B("work1"), nullptr, _ARITH_BINARIZE, 1.0f, 0, B("breaks")));

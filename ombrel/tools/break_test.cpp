@@ -38,6 +38,7 @@ TEST(BreakAgent, MarksTheGapOfACutLineAndNothingOfAWholeOne) {
     auto templ = Line(false);
     for (int xorMode : {1, 0}) {
         for (int iterations : {0, 4, 2}) {
+            testing::AssertRecorder asserts;  // a well-formed run, in either mode, reports nothing
             auto whole = Line(false), cut = Line(true);
             auto dilatedWhole = Dilated(*whole), dilatedCut = Dilated(*cut);
             BreakAgent same(whole.get(), templ.get(), dilatedWhole.get(), BMBORDER_CLEAR, iterations,
@@ -54,6 +55,7 @@ TEST(BreakAgent, MarksTheGapOfACutLineAndNothingOfAWholeOne) {
             const auto found = SetPixels(*broken.Breaks());
             ASSERT_EQ(found.size(), 1u) << "xor " << xorMode << " iterations " << iterations;
             EXPECT_EQ(found[0], (Point{21, 5}));
+            EXPECT_EQ(asserts.Count(), 0u) << "xor " << xorMode << " iterations " << iterations;
         }
     }
 }
