@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Blob analysis of an image file: prints a table of the parts found and writes a colour overlay.
 
-    blob_table.py IMAGE [--band LOW:HIGH] [--min-area N] [--overlay OUT.png] [--json OUT.json]
+    blob_table.py IMAGE [--band LOW:HIGH|auto|auto-dark|auto-light] [--min-area N] [--overlay OUT.png]
+                        [--json OUT.json]
 
 Reads 8-bit PNG (grey or colour, not interlaced), PGM or PPM with nothing but the standard library and numpy;
 colour becomes grey with the BT.601 weights. Without an image it analyses a generated scene.
@@ -118,7 +119,7 @@ def overlay(grey: np.ndarray, result: ombrel.BlobResult) -> np.ndarray:
         box += (np.array(colour, np.float32) - box) * 0.35
         rgb[t, l:r] = rgb[b - 1, l:r] = (60, 120, 255)
         rgb[t:b, l] = rgb[t:b, r - 1] = (60, 120, 255)
-        cx, cy = int(round(region.centroid_x)), int(round(region.centroid_y))
+        cx, cy = (int(round(c)) for c in region.centroid)
         rgb[max(cy - 2, 0):cy + 3, cx] = rgb[cy, max(cx - 2, 0):cx + 3] = (255, 0, 0)
     return np.clip(rgb, 0, 255).astype(np.uint8)
 
@@ -136,24 +137,33 @@ def generated_scene() -> np.ndarray:
 def main(argv=None) -> int:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("image", nargs="?", help="PNG, PGM or PPM file (default: a generated scene)")
-    parser.add_argument("--band", default="0:100", help="grey values of the parts, LOW:HIGH (default 0:100)")
+    parser.add_argument("--band", default="0:100",
+                        help="grey values of the parts, LOW:HIGH (default 0:100), or auto, auto-dark, auto-light: "
+                             "a band from Otsu's threshold")
     parser.add_argument("--min-area", type=int, default=20, help="smallest part in pixels (default 20)")
     parser.add_argument("--overlay", default="blobs-overlay.png", help="overlay PNG to write")
     parser.add_argument("--json", help="also write every region as JSON")
     args = parser.parse_args(argv)
 
     grey = read_grey(args.image) if args.image else generated_scene()
-    low, high = (int(v) for v in args.band.split(":"))
-    result = ombrel.blob(grey, band=(low, high), min_area=args.min_area)
+    band = args.band if args.band in ombrel.AUTO_BANDS else tuple(int(v) for v in args.band.split(":"))
+    result = ombrel.blob(grey, band=band, min_area=args.min_area)
+    chosen = result.band_choice
+    otsu = f", Otsu threshold {chosen.threshold}" if chosen.threshold is not None else ""
+
+    def number(value, width, digits):  # None (unknown after sampling) prints as "-"
+        return f"{'-':>{width}}" if value is None else f"{value:>{width}.{digits}f}"
 
     print(f"{len(result.objects)} objects, {len(result) - len(result.objects)} holes "
-          f"(band {low}..{high}, min area {args.min_area} px; centroid = mean pixel index, angles in degrees)")
+          f"(band {chosen.band[0]}..{chosen.band[1]}{otsu}, min area {args.min_area} px; centroid = mean pixel "
+          f"index, orientation in degrees from +x towards +y)")
     print(f"{'label':>5} {'kind':<6} {'parent':>6} {'area':>8} {'holes':>5} {'centroid x':>10} {'y':>8} "
-          f"{'major':>7} {'minor':>7} {'angle':>7} {'perimeter':>9}")
+          f"{'major':>7} {'minor':>7} {'orient.':>7} {'perimeter':>9} {'circ.':>6}")
     for r in result:
-        print(f"{r.label:>5} {r.kind:<6} {r.parent.label if r.parent else 0:>6} {int(r.area):>8} "
-              f"{len(r.holes):>5} {r.centroid_x:>10.2f} {r.centroid_y:>8.2f} {r.major_axis:>7.2f} "
-              f"{r.minor_axis:>7.2f} {np.degrees(r.axis_angle):>7.1f} {r.perimeter:>9.1f}")
+        print(f"{r.label:>5} {r.kind:<6} {r.parent.label if r.parent else 0:>6} {r.area:>8} "
+              f"{len(r.holes):>5} {r.centroid[0]:>10.2f} {r.centroid[1]:>8.2f} {number(r.major_axis, 7, 2)} "
+              f"{number(r.minor_axis, 7, 2)} {number(r.orientation, 7, 1)} {number(r.perimeter, 9, 1)} "
+              f"{number(r.circularity, 6, 3)}")
     write_png(args.overlay, overlay(grey, result))
     print(f"overlay written to {args.overlay}")
     if args.json:

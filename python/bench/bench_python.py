@@ -91,6 +91,13 @@ def folder_table(folder, low, high):
             counts.append(int((agent.tree()[1] == 0).sum()))
         return counts
 
+    def ombrel_agent_shapes():
+        counts = []
+        for buf in buffers:
+            agent.go(buf)
+            counts.append(int((agent.shapes()[:, 0] > 0).sum() - (agent.tree()[1] != 0).sum()))
+        return counts
+
     def opencv():
         counts = []
         for img in images:
@@ -101,8 +108,9 @@ def folder_table(folder, low, high):
 
     print(f"Blob analysis of {len(files)} images in {folder} (band {low}..{high}; reading took {read * 1e3:.1f} ms)")
     print(f"{'method':<52} {'ms total':>9} {'ms/image':>9} {'objects':>8}")
-    for name, fn in [("ombrel.blob() one-liner (all features on request)", ombrel_oneliner),
+    for name, fn in [("ombrel.blob() one-liner (standard figures + features)", ombrel_oneliner),
                      ("ombrel.BlobAgent.go() on Buffers made once", ombrel_agent),
+                     ("BlobAgent.go() + shapes() (standard figures)", ombrel_agent_shapes),
                      ("cv2.threshold + connectedComponentsWithStats", opencv)]:
         best, counts = float("inf"), None
         for _ in range(3):

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Type stubs of the ombrel package, so that editors complete names and check arguments.
-from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple, Union
+from typing import Any, Dict, Iterator, List, Literal, Optional, Sequence, Tuple, Union, overload
 
 import numpy as np
 import numpy.typing as npt
@@ -64,6 +64,7 @@ class _Agent:
 
 class BlobAgent:
     feature_names: List[str]
+    shape_names: List[str]
     band: Tuple[int, int]
     step: Tuple[int, int]
     area_limits: Tuple[int, int]
@@ -79,6 +80,10 @@ class BlobAgent:
     @property
     def image(self) -> Buffer: ...
     def table(self, names: Optional[Sequence[str]] = None) -> npt.NDArray[np.float64]: ...
+    def shapes(self) -> npt.NDArray[np.float64]: ...
+    def enable_features(self, features: Sequence[Union[str, int]]) -> None: ...
+    @staticmethod
+    def feature_info(feature: Union[str, int]) -> Dict[str, Any]: ...
     def feature(self, label: int, name: str) -> float: ...
     def tree(self) -> Tuple[npt.NDArray[np.int32], npt.NDArray[np.int32]]: ...
 
@@ -226,22 +231,55 @@ class ConvAgent(_Agent):
     @property
     def shift(self) -> int: ...
 
+def grey_statistics(bins: Union[Sequence[int], npt.NDArray[Any]]) -> Dict[str, Any]: ...
+def otsu_threshold(bins: Union[Sequence[int], npt.NDArray[Any]]) -> int: ...
+
 DEFAULT_BLOB_FEATURES: Tuple[str, ...]
+STANDARD_FIGURES: Tuple[str, ...]
+AUTO_BANDS: Tuple[str, ...]
+BandLike = Union[Tuple[int, int], Literal["auto", "auto-dark", "auto-light"]]
+
+class BandChoice:
+    band: Tuple[int, int]
+    mode: str
+    threshold: Optional[int]
+    objects_are: Optional[str]
+    def __init__(self, band: Tuple[int, int], mode: str = "fixed", threshold: Optional[int] = None,
+                 objects_are: Optional[str] = None) -> None: ...
+    def to_dict(self) -> Dict[str, Any]: ...
+
+def choose_band(image: ImageLike, band: BandLike, roi: RoiLike = None, mask: MaskLike = None) -> BandChoice: ...
 
 class BlobRegion:
     label: int
     kind: str
     features: Dict[str, float]
+    figures: Dict[str, Any]
+    # The standard figures (None where unknown: after a sampled run all but area and centroid).
+    area: int
+    centroid: Optional[Tuple[float, float]]
+    perimeter: Optional[float]
+    circularity: Optional[float]
+    major_axis: Optional[float]
+    minor_axis: Optional[float]
+    orientation: Optional[float]
+    eccentricity: Optional[float]
+    euler_number: Optional[int]
+    convex_area: Optional[int]
+    solidity: Optional[float]
     parent: Optional[BlobRegion]
     children: List[BlobRegion]
     @property
     def holes(self) -> List[BlobRegion]: ...
     def to_dict(self) -> Dict[str, Any]: ...
-    def __getattr__(self, name: str) -> float: ...
+    def __getattr__(self, name: str) -> Any: ...
 
 class BlobResult:
     regions: List[BlobRegion]
     feature_names: List[str]
+    band_choice: Optional[BandChoice]
+    @property
+    def threshold(self) -> Optional[int]: ...
     def __len__(self) -> int: ...
     def __iter__(self) -> Iterator[BlobRegion]: ...
     def __getitem__(self, i: int) -> BlobRegion: ...
@@ -254,9 +292,13 @@ class BlobResult:
 
 class HistogramResult:
     bins: npt.NDArray[np.int64]
-    count: Optional[int]
+    count: int
     mean: Optional[float]
     std: Optional[float]
+    median: Optional[float]
+    min: Optional[int]
+    max: Optional[int]
+    otsu_threshold: int
     pixel_count: int
     pixel_sum: int
     agent_mean: float
@@ -264,7 +306,7 @@ class HistogramResult:
     agent_median: float
     def to_dict(self) -> Dict[str, Any]: ...
 
-def blob(image: ImageLike, band: Tuple[int, int] = (0, 100), roi: RoiLike = None, mask: MaskLike = None,
+def blob(image: ImageLike, band: BandLike = (0, 100), roi: RoiLike = None, mask: MaskLike = None,
          min_area: int = 1, max_area: int = 2**31 - 1, step: Tuple[int, int] = (1, 1), border_filter: bool = False,
          keep_all: bool = True, features: Optional[Sequence[str]] = None) -> BlobResult: ...
 def histogram(image: ImageLike, bins: int = 256, roi: RoiLike = None, mask: MaskLike = None, bin_offset: int = 0,
@@ -274,8 +316,13 @@ def arith(op: Union[str, int], a: ImageLike, b: Optional[ImageLike] = None, gain
           signed: Optional[Tuple[bool, bool, bool]] = None, clip: Optional[bool] = None,
           clamp: Optional[bool] = None, band: Optional[Tuple[int, int]] = None,
           corner_b: Optional[Tuple[int, int]] = None) -> npt.NDArray[np.uint8]: ...
+@overload
 def mask(image: ImageLike, mask: npt.NDArray[Any], x: int = 0, y: int = 0, op: Union[str, int] = "copy",
          band: Tuple[int, int] = (1, 255), out: OutLike = None) -> npt.NDArray[np.uint8]: ...
+@overload
+def mask(image: ImageLike, mask: npt.NDArray[Any], x: int = 0, y: int = 0, op: Union[str, int] = "band", *,
+         band: Literal["auto", "auto-dark", "auto-light"],
+         out: OutLike = None) -> Tuple[npt.NDArray[np.uint8], BandChoice]: ...
 def project(image: ImageLike, type: Union[str, int] = "columns", zones: Tuple[int, int] = (0, 0),
             roi: RoiLike = None, out: OutLike = None) -> npt.NDArray[np.uint8]: ...
 def frame_average(frames: Sequence[ImageLike], roi: RoiLike = None, out: OutLike = None,

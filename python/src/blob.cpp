@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: MIT
 // Blob analysis from Python: the agent made once, run per frame, its regions read back as a table of named
 // features and a tree of labels.
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <limits>
+#include <numbers>
 #include <vector>
+
+#include <ombrel/blob/blob_feature_set.h>
+#include <ombrel/blob/blob_shape.h>
 
 #include "core.h"
 
@@ -126,6 +132,56 @@ int FeatureNumber(const std::string& name) {
     throw py::value_error("unknown blob feature '" + name + "' (ombrel.BlobAgent.feature_names lists them)");
 }
 
+// The standard figures of a region, measured on its pixels, in the order of the rows Shapes() gives.
+const char* const kShapeNames[] = {"area",         "centroid_x",   "centroid_y",  "perimeter",
+                                   "circularity",  "major_axis",   "minor_axis",  "orientation",
+                                   "eccentricity", "euler_number", "convex_area", "solidity"};
+constexpr int kShapeColumns = int(std::size(kShapeNames));
+
+// The band's class over the region of interest: 1 where a pixel is in the band and under the mask. The
+// placement lies inside the image (MakePlacement sees to that), so every read is in bounds.
+std::unique_ptr<Buffer> InBandImage(const Buffer& image, const Placement& placement, int low, int high) {
+    std::unique_ptr<Buffer> inBand(new (std::nothrow) Buffer(placement.width, placement.height, EIGHT));
+    if (!inBand || inBand->GetError() != BUFFER_OK || inBand->BaseAddr() == nullptr) return nullptr;
+    const Buffer* mask = placement.masked ? placement.roi.GetMaskbits() : nullptr;
+    for (int y = 0; y < placement.height; ++y) {
+        const uint8_t* in = image.Row(placement.origin.y + y) + placement.origin.x;
+        uint8_t* out = inBand->Row(y);
+        for (int x = 0; x < placement.width; ++x) {
+            bool selected = in[x] >= low && in[x] <= high;
+            if (selected && mask != nullptr)
+                selected = mask->BitsPerPixel() == 1 ? (mask->Row(y)[x >> 3] >> (7 - (x & 7))) & 1
+                                                     : mask->Row(y)[x] != 0;
+            out[x] = selected ? 1 : 0;
+        }
+    }
+    return inBand;
+}
+
+// The feature numbers `items` (names as in feature_names or the library's table, or numbers 1..64) stand
+// for; the derived figures need what they are computed from.
+std::vector<int> FeatureNumbers(const py::iterable& items) {
+    std::vector<int> numbers;
+    for (py::handle item : items) {
+        int number;
+        if (py::isinstance<py::str>(item)) {
+            const std::string name = item.cast<std::string>();
+            const BlobFeatureInfo* info = FindBlobFeature(name.c_str());
+            number = info != nullptr ? info->number : FeatureNumber(name);
+            for (const FeatureName& f : Features())  // our names win: centroid_x is the mean pixel index
+                if (name == f.name) number = f.number;
+        } else {
+            number = item.cast<int>();
+            if (FindBlobFeature(number) == nullptr)
+                throw py::value_error("unknown blob feature number " + std::to_string(number) +
+                                      " (1..64 except 22)");
+        }
+        if (number == kCentroidX || number == kCentroidY) number = BF_CENTROID_X;
+        if (number > 0) numbers.push_back(number);
+    }
+    return numbers;
+}
+
 class PyBlobAgent {
   public:
     PyBlobAgent(const py::object& image, std::pair<int, int> band, const py::object& roi,
@@ -145,8 +201,36 @@ class PyBlobAgent {
 
     int Go(const py::object& image) {
         if (!image.is_none()) SetImage(image);
+        _ranBand = {_agent->LowThreshold(), _agent->HighThreshold()};
+        _ranExact = _agent->StepX() == 1 && _agent->StepY() == 1;
+        _ranOptions = _agent->Options();
         RunGo(_agent.get(), _busy, "BlobAgent.go");
         return _result.NParts();
+    }
+
+    // The standard figures of every region of the last run, measured on its pixels (rebuilt from the image
+    // as it is now). A sampled run (step above 1) or a region whose pixels changed since gives NaN for all
+    // but the area and the centroid, which the agent's moments give.
+    py::array_t<double> Shapes() {
+        BusyGuard guard(_busy);
+        const auto blobs = _result.Blobs();
+        std::vector<double> values(blobs.size() * kShapeColumns);
+        {
+            // Rebuilding and measuring every region can take a while on a large image: other Python threads
+            // run meanwhile (the agent is held by the guard, so nothing changes its result).
+            py::gil_scoped_release release;
+            MeasureRegions(blobs, values.data());
+        }
+        FlushReports();
+        py::array_t<double> out({py::ssize_t(blobs.size()), py::ssize_t(kShapeColumns)});
+        std::copy(values.begin(), values.end(), out.mutable_data());
+        return out;
+    }
+
+    void EnableFeatures(const py::iterable& items) {
+        const std::vector<int> numbers = FeatureNumbers(items);
+        BusyGuard guard(_busy);
+        EnableBlobFeatures(*_agent, numbers);
     }
 
     void SetImage(const py::object& object) {
@@ -218,11 +302,50 @@ class PyBlobAgent {
     const ImagePtr& image() const { return _image; }
 
   private:
+    template <class Blobs>
+    void MeasureRegions(const Blobs& blobs, double* out) const {
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        std::unique_ptr<Buffer> inBand;
+        if (_ranExact && !blobs.empty())
+            inBand = InBandImage(*_image->buffer(), _placement, _ranBand.first, _ranBand.second);
+        for (Blob* blob : blobs) {
+            double* row = out;
+            out += kShapeColumns;
+            RegionPixels pixels;
+            if (inBand && BlobPixels(*blob, *inBand, _placement.origin, &pixels)) {
+                const ShapeMeasures m = MeasureShape(pixels);
+                const double measured[kShapeColumns] = {
+                    double(m.area), m.centroidX,
+                    m.centroidY,    m.perimeter,
+                    m.circularity,  m.majorAxis,
+                    m.minorAxis,    m.orientation * 180.0 / std::numbers::pi,
+                    m.eccentricity, double(m.eulerNumber),
+                    m.convexArea,   m.solidity};
+                for (int k = 0; k < kShapeColumns; ++k)
+                    row[k] = std::isfinite(measured[k]) ? measured[k] : nan;
+                continue;
+            }
+            // Sampled (or changed since): the agent's moments still give the mean pixel index, its x sitting
+            // half a pixel left; without moments (switched off, or extent only for objects) nothing does.
+            std::fill(row, row + kShapeColumns, nan);
+            row[0] = blob->Area();
+            const bool moments = (_ranOptions & BLOB_OPT_FIRST_MOMENTS) != 0 &&
+                                 !(blob->Color() == 0 && (_ranOptions & BLOB_OPT_EXTENT_ONLY_0) != 0);
+            if (moments) {
+                row[1] = blob->GetFeat(BF_CENTROID_X) + 0.5;
+                row[2] = blob->GetFeat(BF_CENTROID_Y);
+            }
+        }
+    }
+
     ImagePtr _image;
     Placement _placement;
     BlobResult _result;
     std::unique_ptr<BlobAgent> _agent;
     std::atomic<bool> _busy{false};
+    std::pair<int, int> _ranBand{0, 0};  // the band, exactness and options of the last run, for Shapes()
+    bool _ranExact = false;
+    int _ranOptions = 0;
 };
 
 }  // namespace
@@ -238,7 +361,9 @@ region around it (0 for top-level objects); an object's children are its holes.
 
 Parameters: image (Buffer or 2-D uint8 array), band=(low, high), roi=None (whole image; or (x, y, width,
 height) or a Region), mask=None (2-D bool/uint8 array over the region, non-zero selects).
-Defaults set here: area limits 1..2**31-1, steps 1, grey sums on, boundaries, radii and length/width on.)doc")
+Defaults set here: area limits 1..2**31-1, steps 1, grey sums on, boundaries, radii and length/width on
+(enable_features() adds what other features need). table() reads the agent's numbered features; shapes()
+measures the standard figures (area, centroid, perimeter, axes, orientation, ...) on the regions' pixels.)doc")
         .def(py::init<const py::object&, std::pair<int, int>, const py::object&, const py::object&>(),
              py::arg("image"), py::arg("band") = std::pair<int, int>(0, 100), py::arg("roi") = py::none(),
              py::arg("mask") = py::none())
@@ -295,6 +420,47 @@ Defaults set here: area limits 1..2**31-1, steps 1, grey sums on, boundaries, ra
         .def("table", &PyBlobAgent::Table, py::arg("names") = py::none(),
              "Features of every region of the last run as a float64 array, one row per label (1..count), one "
              "column per name (all of feature_names when None).")
+        .def("shapes", &PyBlobAgent::Shapes,
+             "The standard figures of every region of the last run as a float64 array, one row per label, "
+             "one column per name in shape_names, measured on the region's pixels (read the image again: "
+             "call before it changes). Centroid: mean pixel index; orientation in degrees from +x towards "
+             "+y (y down), (-90, 90]; axes of the ellipse with the same second moments; perimeter of the "
+             "outer boundary, straight edges measured straight; circularity 4 pi area / perimeter**2; "
+             "convex_area counts the pixel centres inside the convex hull; solidity area / convex_area. "
+             "After a sampled run (step above 1) only area and centroid are known, the rest is NaN.")
+        .def("enable_features", &PyBlobAgent::EnableFeatures, py::arg("features"),
+             "Switches on what the named (feature_names, or the library's feature table) or numbered "
+             "(1..64) features need before go(), leaving every other option and filter bit as it is.")
+        .def_static(
+            "feature_info",
+            [](const py::object& feature) {
+                const std::vector<int> numbers = FeatureNumbers(py::make_tuple(feature));
+                const BlobFeatureInfo* info = numbers.size() == 1 ? FindBlobFeature(numbers[0]) : nullptr;
+                if (info == nullptr)
+                    throw py::value_error("no library feature stands for " +
+                                          py::repr(feature).cast<std::string>() +
+                                          " (the label and box figures are computed here)");
+                py::dict d;
+                d["number"] = info->number;
+                d["name"] = info->name;
+                d["integer"] = info->integer;
+                d["unit"] = info->unit;
+                d["description"] = info->description;
+                return d;
+            },
+            py::arg("feature"),
+            "The library's description of a numbered feature (by name or number): {number, name (the "
+            "library's), integer (always whole), unit (px, px^2, rad, grey or empty), description (its "
+            "formula)}. "
+            "Our centroid_x/centroid_y answer with the feature they are computed from.")
+        .def_property_readonly_static(
+            "shape_names",
+            [](const py::object&) {
+                py::list names;
+                for (const char* name : kShapeNames) names.append(name);
+                return names;
+            },
+            "Column names of shapes().")
         .def("feature", &PyBlobAgent::FeatureOf, py::arg("label"), py::arg("name"),
              "One feature of one region.")
         .def("tree", &PyBlobAgent::Tree,

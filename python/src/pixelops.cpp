@@ -5,7 +5,10 @@
 // Several factories of this family keep one buffer role to memory the library allocated itself (the
 // histogram's source, the mask's destination, ...); numpy arrays are host memory the caller lends, so the
 // module makes the software agent directly: the choice such a factory would make for host memory.
+#include <limits>
 #include <vector>
+
+#include <ombrel/pixelops/grey_statistics.h>
 
 #include "agent_base.h"
 
@@ -29,6 +32,48 @@ class PyHistogram : public PyAgent<HistogramAgent> {
     std::vector<int> _bins;
 };
 
+// One bin per grey value, from any sequence of counts (a numpy array or a list): at most 256 of them, so
+// that a wrong array fails here rather than meaning something else.
+std::vector<int> GreyBins(const py::object& bins) {
+    const auto counts = py::array_t<int64_t, py::array::c_style | py::array::forcecast>::ensure(bins);
+    if (!counts || counts.ndim() != 1 || counts.size() > 256)
+        throw py::value_error("bins: expected one count per grey value (at most 256 counts)");
+    std::vector<int> out(size_t(counts.size()));
+    for (py::ssize_t i = 0; i < counts.size(); ++i) {
+        const int64_t c = counts.at(i);
+        if (c < 0 || c > std::numeric_limits<int>::max())
+            throw py::value_error("bins: counts must lie in 0..2**31-1");
+        out[size_t(i)] = int(c);
+    }
+    return out;
+}
+
+void BindGreyStatistics(py::module_& m) {
+    m.def(
+        "grey_statistics",
+        [](const py::object& bins) {
+            const GreyStatistics s = StatisticsOfHistogram(GreyBins(bins));
+            py::dict d;
+            d["count"] = s.count;
+            d["mean"] = s.empty ? py::object(py::none()) : py::float_(s.mean);
+            d["std"] = s.empty ? py::object(py::none()) : py::float_(s.std);
+            d["median"] = s.empty ? py::object(py::none()) : py::float_(s.median);
+            d["min"] = s.empty ? py::object(py::none()) : py::int_(s.min);
+            d["max"] = s.empty ? py::object(py::none()) : py::int_(s.max);
+            return d;
+        },
+        py::arg("bins"),
+        "The figures numpy computes on the pixels a histogram of one bin per grey value counts (bins[v] "
+        "pixels of value v): {count (zeros included), mean, std (ddof=0), median (mean of the two middle "
+        "values for an even count), min, max}; None for all but count when nothing was counted.");
+    m.def(
+        "otsu_threshold", [](const py::object& bins) { return OtsuThreshold(GreyBins(bins)); },
+        py::arg("bins"),
+        "Otsu's threshold t of a histogram of one bin per grey value: the classes v <= t and v > t, as "
+        "cv2.threshold with THRESH_OTSU (the first t on a tie); one grey value (or none) gives that value "
+        "(0).");
+}
+
 void BindHistogram(py::module_& m) {
     py::class_<PyHistogram> cls(m, "HistogramAgent", R"doc(
 Histogram of an 8-bit region, for a production loop.
@@ -36,7 +81,8 @@ Histogram of an 8-bit region, for a production loop.
 Per pixel v: bins[(v >> s) + bin_offset] += 1 with s such that `bins` bins cover 0..255. The agent's own
 figures: pixel_count counts the non-zero pixels only, pixel_sum sums all, mean = pixel_sum // pixel_count (an
 integer division), std_dev divides by pixel_count - 1, median is the centre of the bin after the last one
-still below half. For numpy's mean and deviation over all region pixels use ombrel.histogram().
+still below half. For numpy's figures over all region pixels and Otsu's threshold use ombrel.histogram(), or
+ombrel.grey_statistics(agent.bins) and ombrel.otsu_threshold(agent.bins) with bins=256.
 
 Parameters: image, bins=256 (1..256), roi=None, mask=None.)doc");
     cls.def(py::init<const py::object&, int, const py::object&, const py::object&>(), py::arg("image"),
@@ -389,6 +435,7 @@ Parameters: image, op="rot90_ccw", roi=None, out=None.)doc");
 
 void BindPixelOps(py::module_& m) {
     BindHistogram(m);
+    BindGreyStatistics(m);
     BindArith(m);
     BindMask(m);
     BindProject(m);

@@ -28,10 +28,13 @@ def scene():
 
 
 @pytest.fixture
-def ombrel_program():
+def ombrel_program(monkeypatch):
     """The command-line program of the same build, or skip when it was not built."""
     build = os.environ.get("OMBREL_BUILD_DIR", "")
     path = os.path.join(build, "apps", "ombrel")
     if not (build and os.access(path, os.X_OK)):
         pytest.skip("the ombrel program is not built")
+    # A sanitizer build preloads its runtime into this interpreter; the program links its own, and two
+    # runtimes in one process refuse to start.
+    monkeypatch.delenv("LD_PRELOAD", raising=False)
     return path

@@ -35,10 +35,18 @@ def test_to_dict_is_json_and_table_has_one_column_per_feature(scene):
     d = json.loads(json.dumps(result.to_dict()))
     assert d["count"] == 5
     assert d["regions"][3]["children"] == [5] and d["regions"][4]["parent"] == 4
+    assert d["regions"][1]["area"] == 600 and d["regions"][1]["centroid"] == [24.5, 19.5]
+    assert d["regions"][1]["features"] == {"area": 600.0, "perimeter": result[1].features["perimeter"],
+                                           "mean_grey": 20.0}
     table = result.table()
-    assert list(table) == ["label", "kind", "parent", "area", "perimeter", "mean_grey"]
+    assert list(table) == ["label", "kind", "parent", "area", "centroid_x", "centroid_y", "perimeter",
+                           "circularity", "major_axis", "minor_axis", "orientation", "eccentricity",
+                           "euler_number", "convex_area", "solidity", "features.area", "features.perimeter",
+                           "features.mean_grey"]
     assert table["area"].tolist() == [1, 600, 50, result[3].area, result[4].area]
-    assert table["mean_grey"][1] == 20.0 and table["mean_grey"][2] == 40.0
+    assert table["features.area"].tolist() == table["area"].tolist()
+    assert table["euler_number"].tolist() == [1, 1, 1, 0, 1]  # the ring has one hole
+    assert table["features.mean_grey"][1] == 20.0 and table["features.mean_grey"][2] == 40.0
     with pytest.raises(ValueError, match="unknown blob feature"):
         ombrel.blob(scene, features=["area", "centroid"])
 
@@ -57,22 +65,94 @@ def test_object_areas_and_boxes_match_opencv_connected_components():
     assert ours == theirs
 
 
-def test_figures_equal_the_ombrel_programs_on_the_same_file(tmp_path, ombrel_program, scene):
+@pytest.mark.parametrize("band", [(0, 100), "auto", "auto-light"])
+def test_figures_equal_the_ombrel_programs_on_the_same_file(tmp_path, ombrel_program, scene, band):
     path = tmp_path / "scene.png"
     cv2.imwrite(str(path), scene)
     report = tmp_path / "blob.json"
-    subprocess.run([ombrel_program, "blob", str(path), "--band", "0:100", "--features", "all", "--json",
-                    str(report)], check=True, capture_output=True)
-    theirs = json.loads(report.read_text())["images"][0]["blobs"]["regions"]
+    subprocess.run([ombrel_program, "blob", str(path), "--band", band if isinstance(band, str) else "0:100",
+                    "--features", "all", "--json", str(report)], check=True, capture_output=True)
+    record = json.loads(report.read_text())["images"][0]["blobs"]
+    theirs = record["regions"]
     names = [n for n in theirs[0]["features"] if n in ombrel.BlobAgent.feature_names and
              not n.startswith("centroid")]
-    ours = ombrel.blob(scene, band=(0, 100), features=names)
-    assert len(names) > 50 and len(ours) == len(theirs)
-    for mine, other in zip(ours, theirs):
-        assert mine.label == other["label"] and mine.kind == other["kind"]
-        assert [c.label for c in mine.children] == other["children"]
-        for name in names:
-            assert mine.features[name] == other["features"][name], name
+    result = ombrel.blob(scene, band=band, features=names)
+    units = {name: ombrel.BlobAgent.feature_info(name)["unit"] for name in names}
+    ours = result.to_dict()
+    for key in ("band", "band_mode", "threshold", "objects_are", "objects", "holes"):
+        assert ours.get(key) == record.get(key), key
+    assert len(names) > 50 and len(result) == len(theirs) > 1
+    for mine, other in zip(ours["regions"], theirs):
+        for key in ("label", "kind", "parent", "children", "area", "euler_number", "convex_area"):
+            assert mine[key] == other[key], key
+        for key in ombrel.STANDARD_FIGURES:
+            assert mine[key] == pytest.approx(other[key], rel=1e-12, abs=1e-12), key
+        # The program writes the agent's angles in degrees; the module keeps the library's radians.
+        assert mine["features"] == {name: other["features"][name] if units[name] != "rad"
+                                    else pytest.approx(np.radians(other["features"][name]), abs=1e-12)
+                                    for name in names}
+
+
+def test_standard_figures_of_drawn_shapes():
+    image = np.zeros((300, 300), np.uint8)
+    cv2.circle(image, (80, 90), 50, 255, -1)
+    cv2.ellipse(image, (200, 200), (60, 20), 30, 0, 360, 255, -1)
+    disc, ellipse = ombrel.blob(image, band=(255, 255)).regions
+    assert disc.perimeter == pytest.approx(2 * np.pi * 50, rel=0.02)
+    assert disc.circularity == pytest.approx(1.0, abs=0.03)
+    assert disc.centroid == pytest.approx((80, 90), abs=1e-9)  # a drawn disc is symmetric
+    # The moment ellipse of a drawn ellipse is about that ellipse: full axes 120 and 40, turned 30 degrees from +x
+    # towards +y (clockwise on screen, as cv2.ellipse turns it).
+    assert (ellipse.major_axis, ellipse.minor_axis) == pytest.approx((120, 40), abs=1.5)  # edge pixels drawn
+    assert ellipse.orientation == pytest.approx(30, abs=0.5)
+    assert ellipse.eccentricity == pytest.approx(np.sqrt(1 - (20 / 60) ** 2), abs=0.01)
+    assert ellipse.euler_number == 1 and ellipse.solidity == pytest.approx(1.0, abs=0.02)
+    # Sampling rows or columns leaves area and centroid (from the agent's moments) and nothing else.
+    sampled = ombrel.blob(image, band=(255, 255), step=(2, 1))[0]
+    assert sampled.perimeter is None and sampled.solidity is None and sampled.area > 0
+    assert sampled.centroid == pytest.approx((80, 90), abs=0.5)
+    assert np.isnan(ombrel.blob(image, band=(255, 255), step=(1, 2)).table()["perimeter"]).all()
+
+
+def test_automatic_bands_use_otsus_threshold_as_opencv():
+    image = cv2.GaussianBlur(noise(120, 90, seed=11), (9, 9), 0)
+    t, binary = cv2.threshold(image, 0, 255, cv2.THRESH_BINARY + cv2.THRESH_OTSU)
+    dark = ombrel.blob(image, band="auto-dark")
+    light = ombrel.blob(image, band="auto-light")
+    assert dark.threshold == light.threshold == int(t)
+    assert dark.band_choice == ombrel.BandChoice((0, int(t)), "auto-dark", int(t), "dark")
+    assert light.band_choice.band == (int(t) + 1, 255)
+    assert sum(r.area for r in light.objects) == int((binary > 0).sum())
+    # "auto" takes the class with fewer pixels.
+    fewer = "dark" if (binary == 0).sum() <= (binary > 0).sum() else "light"
+    assert ombrel.blob(image, band="auto").band_choice.objects_are == fewer
+    assert ombrel.blob(image, band=(0, 50)).band_choice == ombrel.BandChoice((0, 50))
+    # One grey value has no split: auto takes all of it.
+    flat = ombrel.blob(np.full((20, 30), 77, np.uint8), band="auto")
+    assert flat.band_choice.band == (0, 77) and flat[0].area == 600
+    with pytest.raises(ValueError, match="auto-dark"):
+        ombrel.blob(image, band="otsu")
+
+
+def test_enable_features_switches_on_only_what_they_need(scene):
+    agent = ombrel.BlobAgent(scene, band=(0, 100))
+    agent.options, agent.filter_flags = 0, 16
+    agent.go()
+    assert agent.feature(2, "perimeter") == 0.0 and agent.feature(2, "mean_grey") == 0.0
+    agent.enable_features(["perimeter", 53])  # 53: mean grey
+    assert agent.filter_flags & 16  # what was set stays set
+    agent.go()
+    assert agent.feature(2, "mean_grey") == 20.0
+    assert agent.feature(2, "perimeter") == ombrel.blob(scene, features=["perimeter"])[1].features["perimeter"]
+    assert agent.feature(2, "major_axis") == 0.0  # not asked for
+    with pytest.raises(ValueError, match="unknown blob feature"):
+        agent.enable_features(["roundness"])
+    with pytest.raises(ValueError, match="unknown blob feature"):
+        agent.enable_features([22])
+    assert ombrel.BlobAgent.feature_info("mean_grey")["number"] == 53
+    assert ombrel.BlobAgent.feature_info(21)["unit"] == "rad"
+    with pytest.raises(ValueError, match="computed here"):
+        ombrel.BlobAgent.feature_info("bbox_left")
 
 
 def test_agent_runs_per_frame_on_new_buffers_and_reads_back():

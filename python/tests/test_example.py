@@ -37,3 +37,18 @@ def test_example_reads_png_and_pgm_and_writes_table_json_and_overlay(tmp_path, c
         assert json.loads((tmp_path / "o.json").read_text()) == json.loads(json.dumps(expected.to_dict()))
         overlay = cv2.imread(str(tmp_path / "o.png"))
         assert overlay.shape == (120, 160, 3)
+
+
+def test_every_name_the_stubs_declare_exists():
+    import ast
+    stubs = ast.parse(open(os.path.join(os.path.dirname(ombrel.__file__), "__init__.pyi")).read())
+    missing = []
+    for node in stubs.body:
+        if isinstance(node, (ast.FunctionDef, ast.ClassDef)) and not node.name.startswith("_"):
+            if not hasattr(ombrel, node.name):
+                missing.append(node.name)
+            elif isinstance(node, ast.ClassDef):
+                cls = getattr(ombrel, node.name)
+                missing += [f"{node.name}.{f.name}" for f in node.body if isinstance(f, ast.FunctionDef) and
+                            not f.name.startswith("_") and not hasattr(cls, f.name)]
+    assert missing == []

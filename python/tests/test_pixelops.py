@@ -18,6 +18,8 @@ def test_histogram_counts_match_bincount_and_standard_figures_match_numpy():
     assert h.count == img.size
     assert h.mean == pytest.approx(img.mean(), rel=1e-12)
     assert h.std == pytest.approx(img.std(), rel=1e-12)
+    assert (h.median, h.min, h.max) == (np.median(img), img.min(), img.max())
+    assert h.otsu_threshold == int(cv2.threshold(img, 0, 255, cv2.THRESH_BINARY + cv2.THRESH_OTSU)[0])
     # The agent's own figures stay under their names: zero pixels are not counted, the mean is integral.
     nonzero = int((img != 0).sum())
     assert h.pixel_count == nonzero and h.pixel_sum == int(img.sum())
@@ -32,7 +34,23 @@ def test_histogram_over_a_region_a_mask_and_fewer_bins():
     keep = noise(31, 17, seed=5) > 128
     masked = ombrel.histogram(img, roi=roi, mask=keep)
     assert np.array_equal(masked.bins, np.bincount(sub[keep], minlength=256))
-    assert np.array_equal(ombrel.histogram(img, bins=16).bins, np.bincount(img.ravel() >> 4, minlength=16))
+    assert (masked.count, masked.median) == (keep.sum(), np.median(sub[keep]))  # an even count: mean of two
+    coarse = ombrel.histogram(img, bins=16, bin_offset=3)
+    assert np.array_equal(coarse.bins[3:], np.bincount(img.ravel() >> 4, minlength=16)[:13])
+    # The standard figures are the pixels' own, whatever the bins; signed reads -128..127.
+    assert (coarse.mean, coarse.median, coarse.max) == pytest.approx((img.mean(), np.median(img), img.max()))
+    signed = ombrel.histogram(img, signed=True)
+    as_int8 = img.view(np.int8)
+    assert (signed.mean, signed.std, signed.median, signed.min, signed.max) == pytest.approx(
+        (as_int8.mean(), as_int8.std(), np.median(as_int8), as_int8.min(), as_int8.max()), rel=1e-12)
+    nothing = ombrel.histogram(img, roi=roi, mask=np.zeros((17, 31), bool))
+    assert (nothing.count, nothing.mean, nothing.median, nothing.min) == (0, None, None, None)
+    assert ombrel.grey_statistics([0, 2, 0, 2]) == {"count": 4, "mean": 2.0, "std": 1.0, "median": 2.0,
+                                                     "min": 1, "max": 3}
+    with pytest.raises(ValueError, match="bins"):
+        ombrel.otsu_threshold(np.ones(257, np.int64))
+    with pytest.raises(ValueError, match="bins"):
+        ombrel.grey_statistics([1, -1])
 
 
 def test_histogram_equals_the_ombrel_programs(tmp_path, ombrel_program):
@@ -43,9 +61,12 @@ def test_histogram_equals_the_ombrel_programs(tmp_path, ombrel_program):
     theirs = json.loads((tmp_path / "h.json").read_text())["images"][0]["histogram"]
     ours = ombrel.histogram(img)
     assert ours.bins.tolist() == theirs["counts"]
-    assert (ours.pixel_count, ours.pixel_sum) == (theirs["pixel_count"], theirs["pixel_sum"])
-    assert (ours.agent_mean, ours.agent_std_dev, ours.agent_median) == (theirs["mean"], theirs["std_dev"],
-                                                                       theirs["median"])
+    for name in ("count", "mean", "std", "median", "min", "max", "otsu_threshold"):
+        assert getattr(ours, name) == theirs[name], name
+    agent = theirs["agent"]
+    assert (ours.pixel_count, ours.pixel_sum) == (agent["pixel_count"], agent["pixel_sum"])
+    assert (ours.agent_mean, ours.agent_std_dev, ours.agent_median) == (agent["mean"], agent["std_dev"],
+                                                                       agent["median"])
 
 
 def test_histogram_agent_bins_are_a_view_refilled_per_frame():
@@ -120,6 +141,14 @@ def test_mask_copies_the_selected_pixels_only():
     assert np.array_equal(out, np.where(m, img[4:14, 5:17], 0))
     banded = ombrel.mask(img, m, x=5, y=4, op="band", band=(0, 127))
     assert np.array_equal(banded, (m & (img[4:14, 5:17] <= 127)).astype(np.uint8))
+    # An automatic band is counted over the pixels under the mask only, and says which threshold it chose.
+    under = img[4:14, 5:17][m]
+    t = int(cv2.threshold(under, 0, 255, cv2.THRESH_BINARY + cv2.THRESH_OTSU)[0])
+    light, chosen = ombrel.mask(img, m, x=5, y=4, op="band", band="auto-light")
+    assert chosen == ombrel.BandChoice((t + 1, 255), "auto-light", t, "light")
+    assert np.array_equal(light, (m & (img[4:14, 5:17] > t)).astype(np.uint8))
+    with pytest.raises(ValueError, match="op='band'"):
+        ombrel.mask(img, m, band="auto")
 
 
 def test_projection_decimation_and_transposition():
