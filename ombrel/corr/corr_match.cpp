@@ -2,6 +2,7 @@
 #include "ombrel/corr/corr_match.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -42,22 +43,24 @@ uint64_t DescendingKey(double score) {
     return ~ascending;
 }
 
-// Stable radix sort of 64-bit words by their high 32 bits, eleven bits a pass, the three digit counts taken
-// in one read; a pass whose digit is the same in every word moves nothing and is skipped. Returns where
-// the result is, a or b. counts holds 3 * 2048 entries.
-uint64_t* RadixByHigh32(uint64_t* a, uint64_t* b, size_t n, uint32_t* counts) {
-    constexpr int kShift[3] = {32, 43, 54};
-    constexpr uint64_t kMask = 2047;  // the last digit has ten bits, so its top count stays 0
-    std::fill(counts, counts + 3 * 2048, 0u);
+// Stable radix sort of 64-bit words by their bits from `low` up to `top` (exclusive), eleven bits a pass,
+// every digit's counts taken in one read; a pass whose digit is the same in every word moves nothing and
+// is skipped. Returns where the result is, a or b.
+uint64_t* RadixByBits(uint64_t* a, uint64_t* b, size_t n, int low, int top) {
+    constexpr int kDigit = 11;
+    constexpr uint64_t kMask = (uint64_t{1} << kDigit) - 1;
+    constexpr int kMaxPasses = (64 + kDigit - 1) / kDigit;
+    const int passes = top > low ? (top - low + kDigit - 1) / kDigit : 0;
+    if (passes == 0) return a;
+    uint32_t counts[kMaxPasses << kDigit] = {};
     for (size_t k = 0; k < n; ++k) {
         const uint64_t w = a[k];
-        ++counts[(w >> 32) & kMask];
-        ++counts[2048 + ((w >> 43) & kMask)];
-        ++counts[4096 + ((w >> 54) & kMask)];
+        for (int p = 0; p < passes; ++p)
+            ++counts[(size_t{static_cast<size_t>(p)} << kDigit) + ((w >> (low + kDigit * p)) & kMask)];
     }
-    for (int pass = 0; pass < 3; ++pass) {
-        const int shift = kShift[pass];
-        uint32_t* c = counts + 2048 * pass;
+    for (int p = 0; p < passes; ++p) {
+        const int shift = low + kDigit * p;
+        uint32_t* c = counts + (size_t{static_cast<size_t>(p)} << kDigit);
         if (c[(a[0] >> shift) & kMask] == n) continue;
         uint32_t start = 0;
         for (size_t d = 0; d <= kMask; ++d) start += std::exchange(c[d], start);
@@ -67,45 +70,34 @@ uint64_t* RadixByHigh32(uint64_t* a, uint64_t* b, size_t n, uint32_t* counts) {
     return a;
 }
 
-// Orders a run of words (key high halves equal, list indices ascending) by the keys' low halves, ties
-// keeping index order: by insertion when short, else by sorting (low half, index) words, whose order is
-// exactly that. `scratch` holds at least `length` words.
-void SortRun(uint64_t* words, size_t length, const uint64_t* keys, uint64_t* scratch) {
-    const auto low = [keys](uint64_t w) { return static_cast<uint32_t>(keys[static_cast<uint32_t>(w)]); };
-    if (length <= 32) {
-        for (size_t k = 1; k < length; ++k) {
-            const uint64_t w = words[k];
-            const uint32_t key = low(w);
-            size_t m = k;
-            for (; m > 0 && low(words[m - 1]) > key; --m) words[m] = words[m - 1];
-            words[m] = w;
-        }
-        return;
-    }
-    bool equal = true;
-    for (size_t k = 1; k < length && equal; ++k) equal = low(words[k]) == low(words[0]);
-    if (equal) return;
-    for (size_t k = 0; k < length; ++k)
-        scratch[k] = (uint64_t{low(words[k])} << 32) | static_cast<uint32_t>(words[k]);
-    std::sort(scratch, scratch + length);
-    for (size_t k = 0; k < length; ++k)
-        words[k] = (words[k] & ~uint64_t{0xffffffff}) | static_cast<uint32_t>(scratch[k]);
-}
-
 // The order qsort with CorrResultCompare gives here (the C library sorts by merging, which keeps equal
-// scores in their order): descending score, ties in list order. A stable radix sort of (high key half,
-// list index) words, then each run of equal high halves by the low halves. keys[k] is DescendingKey of
-// entry k; a and b hold n words each. Returns the sorted words (list index in the low half), in a or b.
-uint64_t* SortIndicesByScore(const uint64_t* keys, uint64_t* a, uint64_t* b, size_t n) {
-    uint32_t counts[3 * 2048];
-    for (size_t k = 0; k < n; ++k) a[k] = (keys[k] & ~uint64_t{0xffffffff}) | k;
-    uint64_t* sorted = RadixByHigh32(a, b, n, counts);
-    uint64_t* scratch = sorted == a ? b : a;
-    for (size_t first = 0; first < n;) {
-        size_t last = first + 1;
-        while (last < n && (sorted[last] >> 32) == (sorted[first] >> 32)) ++last;
-        if (last - first > 1) SortRun(&sorted[first], last - first, keys, scratch);
-        first = last;
+// scores in their order): descending score, ties in list order. Each word is the key's high bits over the
+// list index (the index takes as few low bits as n needs, so the key keeps as many as it can); a stable
+// radix sort over the key bits that differ at all, then the rare runs whose kept key bits are equal are
+// ordered by their whole keys, ties by index. keys[k] is DescendingKey of entry k; a and b hold n words
+// each. Returns the sorted words, in a or b; `*indexMask` selects the list index in each word.
+uint64_t* SortIndicesByScore(const uint64_t* keys, uint64_t* a, uint64_t* b, size_t n, uint64_t* indexMask) {
+    const int indexBits = n > 1 ? static_cast<int>(std::bit_width(n - 1)) : 0;
+    const uint64_t mask = indexBits == 0 ? 0 : ~uint64_t{0} >> (64 - indexBits);
+    *indexMask = mask;
+    if (n == 0) return a;
+    uint64_t differ = 0;
+    const uint64_t first = keys[0] & ~mask;
+    for (size_t k = 0; k < n; ++k) {
+        a[k] = (keys[k] & ~mask) | k;
+        differ |= keys[k] ^ first;
+    }
+    differ &= ~mask;
+    uint64_t* sorted = RadixByBits(a, b, n, indexBits, static_cast<int>(std::bit_width(differ)));
+    const auto less = [keys, mask](uint64_t x, uint64_t y) {
+        const uint64_t kx = keys[x & mask], ky = keys[y & mask];
+        return kx < ky || (kx == ky && (x & mask) < (y & mask));
+    };
+    for (size_t lo = 0; lo < n;) {
+        size_t hi = lo + 1;
+        while (hi < n && ((sorted[hi] ^ sorted[lo]) & ~mask) == 0) ++hi;
+        if (hi - lo > 1) std::sort(&sorted[lo], &sorted[hi], less);
+        lo = hi;
     }
     return sorted;
 }
@@ -122,9 +114,10 @@ bool StableSortByScore(CorrPoint** list, int32_t count) {
         if (list[k] == nullptr || std::isnan(list[k]->_score)) return false;
         keys[k] = DescendingKey(list[k]->_score);
     }
-    const uint64_t* sorted = SortIndicesByScore(keys.get(), a.get(), b.get(), n);
+    uint64_t mask = 0;
+    const uint64_t* sorted = SortIndicesByScore(keys.get(), a.get(), b.get(), n, &mask);
     std::memcpy(old.get(), list, n * sizeof(CorrPoint*));
-    for (size_t k = 0; k < n; ++k) list[k] = old[static_cast<uint32_t>(sorted[k])];
+    for (size_t k = 0; k < n; ++k) list[k] = old[sorted[k] & mask];
     return true;
 }
 
@@ -641,10 +634,11 @@ int swCorrMatchAgent::Go() {
         // without reading every entry back.
         if (_mode == 0) {
             const size_t n = static_cast<size_t>(_corrResults->_count);
-            const uint64_t* sorted = SortIndicesByScore(_sortKeys.data(), _sortA.data(), _sortB.data(), n);
+            uint64_t mask = 0;
+            const uint64_t* sorted =
+                SortIndicesByScore(_sortKeys.data(), _sortA.data(), _sortB.data(), n, &mask);
             for (size_t k = 0; k < n; ++k)
-                _corrResults->_sortedCorrPtList[k] =
-                    &_corrResults->_corrPtList[static_cast<uint32_t>(sorted[k])];
+                _corrResults->_sortedCorrPtList[k] = &_corrResults->_corrPtList[sorted[k] & mask];
         }
         return 0;
     }
