@@ -517,6 +517,25 @@ TEST(CorrResult, SortGivesTheOrderOfQsort) {
     }
 }
 
+// Scores that differ only in their lowest mantissa bits, many of them equal: the sort keeps only the key
+// bits the list index leaves free, so most neighbours tie there and are told apart by their whole keys.
+TEST(CorrResult, SortOrdersScoresDifferingOnlyInLowBitsAsQsort) {
+    std::mt19937 rng(11);
+    for (const int n : {70000, 131073}) {
+        std::vector<CorrPoint> points(n);
+        const double ulp = std::nextafter(0.3, 1.0) - 0.3;
+        for (int k = 0; k < n; ++k) points[k]._score = 0.3 + ulp * double(rng() % (1u << 20) / (k % 3 + 1));
+        CorrResult r;
+        r._count = n;
+        r._sortedCorrPtList = static_cast<CorrPoint**>(std::malloc(n * sizeof(CorrPoint*)));
+        std::vector<CorrPoint*> want(n);
+        for (int k = 0; k < n; ++k) r._sortedCorrPtList[k] = want[k] = &points[k];
+        std::qsort(want.data(), n, sizeof(CorrPoint*), CorrResultCompare);
+        r.Sort();
+        for (int k = 0; k < n; ++k) ASSERT_EQ(r._sortedCorrPtList[k], want[k]) << n << " " << k;
+    }
+}
+
 // A match's sorted list is qsort's order of its raster list, on an image with many equal scores.
 TEST(CorrMatch, SortedListIsTheOrderOfQsort) {
     auto img = testing::FilledImage(90, 60, 40);
