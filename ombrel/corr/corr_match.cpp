@@ -43,28 +43,36 @@ uint64_t DescendingKey(double score) {
     return ~ascending;
 }
 
-// Stable radix sort of 64-bit words by their bits from `low` up to `top` (exclusive), eleven bits a pass,
-// every digit's counts taken in one read; a pass whose digit is the same in every word moves nothing and
-// is skipped. Returns where the result is, a or b.
+// Stable radix sort of 64-bit words by their bits from `low` up to `top` (exclusive), every digit's counts
+// taken in one read; a pass whose digit is the same in every word moves nothing and is skipped. Digits are
+// eleven bits, or up to fourteen where that saves a pass (each pass over a large list is a read and a
+// scattered write of all of it; 16384 counts still fit the second-level cache). Returns where the result
+// is, a or b.
 uint64_t* RadixByBits(uint64_t* a, uint64_t* b, size_t n, int low, int top) {
-    constexpr int kDigit = 11;
-    constexpr uint64_t kMask = (uint64_t{1} << kDigit) - 1;
-    constexpr int kMaxPasses = (64 + kDigit - 1) / kDigit;
-    const int passes = top > low ? (top - low + kDigit - 1) / kDigit : 0;
-    if (passes == 0) return a;
-    uint32_t counts[kMaxPasses << kDigit] = {};
+    constexpr int kNarrow = 11, kWide = 14;
+    const int bits = top - low;
+    if (bits <= 0) return a;
+    int passes = (bits + kNarrow - 1) / kNarrow;
+    int digit = kNarrow;
+    if (passes > 1 && (bits + passes - 2) / (passes - 1) <= kWide) {
+        digit = (bits + passes - 2) / (passes - 1);
+        --passes;
+    }
+    const uint64_t mask = (uint64_t{1} << digit) - 1;
+    std::unique_ptr<uint32_t[]> counts(new (std::nothrow) uint32_t[static_cast<size_t>(passes) << digit]());
+    if (!counts) return nullptr;
     for (size_t k = 0; k < n; ++k) {
         const uint64_t w = a[k];
         for (int p = 0; p < passes; ++p)
-            ++counts[(size_t{static_cast<size_t>(p)} << kDigit) + ((w >> (low + kDigit * p)) & kMask)];
+            ++counts[(static_cast<size_t>(p) << digit) + ((w >> (low + digit * p)) & mask)];
     }
     for (int p = 0; p < passes; ++p) {
-        const int shift = low + kDigit * p;
-        uint32_t* c = counts + (size_t{static_cast<size_t>(p)} << kDigit);
-        if (c[(a[0] >> shift) & kMask] == n) continue;
+        const int shift = low + digit * p;
+        uint32_t* c = counts.get() + (static_cast<size_t>(p) << digit);
+        if (c[(a[0] >> shift) & mask] == n) continue;
         uint32_t start = 0;
-        for (size_t d = 0; d <= kMask; ++d) start += std::exchange(c[d], start);
-        for (size_t k = 0; k < n; ++k) b[c[(a[k] >> shift) & kMask]++] = a[k];
+        for (size_t d = 0; d <= mask; ++d) start += std::exchange(c[d], start);
+        for (size_t k = 0; k < n; ++k) b[c[(a[k] >> shift) & mask]++] = a[k];
         std::swap(a, b);
     }
     return a;
@@ -75,7 +83,8 @@ uint64_t* RadixByBits(uint64_t* a, uint64_t* b, size_t n, int low, int top) {
 // list index (the index takes as few low bits as n needs, so the key keeps as many as it can); a stable
 // radix sort over the key bits that differ at all, then the rare runs whose kept key bits are equal are
 // ordered by their whole keys, ties by index. keys[k] is DescendingKey of entry k; a and b hold n words
-// each. Returns the sorted words, in a or b; `*indexMask` selects the list index in each word.
+// each. Returns the sorted words, in a or b (null when memory is short); `*indexMask` selects the list
+// index in each word.
 uint64_t* SortIndicesByScore(const uint64_t* keys, uint64_t* a, uint64_t* b, size_t n, uint64_t* indexMask) {
     const int indexBits = n > 1 ? static_cast<int>(std::bit_width(n - 1)) : 0;
     const uint64_t mask = indexBits == 0 ? 0 : ~uint64_t{0} >> (64 - indexBits);
@@ -89,6 +98,7 @@ uint64_t* SortIndicesByScore(const uint64_t* keys, uint64_t* a, uint64_t* b, siz
     }
     differ &= ~mask;
     uint64_t* sorted = RadixByBits(a, b, n, indexBits, static_cast<int>(std::bit_width(differ)));
+    if (sorted == nullptr) return nullptr;
     const auto less = [keys, mask](uint64_t x, uint64_t y) {
         const uint64_t kx = keys[x & mask], ky = keys[y & mask];
         return kx < ky || (kx == ky && (x & mask) < (y & mask));
@@ -116,6 +126,7 @@ bool StableSortByScore(CorrPoint** list, int32_t count) {
     }
     uint64_t mask = 0;
     const uint64_t* sorted = SortIndicesByScore(keys.get(), a.get(), b.get(), n, &mask);
+    if (sorted == nullptr) return false;
     std::memcpy(old.get(), list, n * sizeof(CorrPoint*));
     for (size_t k = 0; k < n; ++k) list[k] = old[sorted[k] & mask];
     return true;
@@ -637,8 +648,14 @@ int swCorrMatchAgent::Go() {
             uint64_t mask = 0;
             const uint64_t* sorted =
                 SortIndicesByScore(_sortKeys.data(), _sortA.data(), _sortB.data(), n, &mask);
-            for (size_t k = 0; k < n; ++k)
-                _corrResults->_sortedCorrPtList[k] = &_corrResults->_corrPtList[sorted[k] & mask];
+            if (sorted != nullptr) {
+                for (size_t k = 0; k < n; ++k)
+                    _corrResults->_sortedCorrPtList[k] = &_corrResults->_corrPtList[sorted[k] & mask];
+            } else {  // no memory for the counts: the list in raster order, sorted the general way
+                for (size_t k = 0; k < n; ++k)
+                    _corrResults->_sortedCorrPtList[k] = &_corrResults->_corrPtList[k];
+                _corrResults->Sort();
+            }
         }
         return 0;
     }
