@@ -4,6 +4,7 @@
 // ThreadSanitizer in CI, where a data race fails the test.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -101,6 +102,11 @@ std::vector<uint64_t> RunOnSharedSource(const Buffer& shared, const CorrTemplate
     for (int run = 0; run < 8; ++run) {
         uint64_t h = 0xcbf29ce484222325ULL;
         auto mix = [&h](uint64_t v) { h = (h ^ v) * 0x100000001b3ULL; };
+        // Real figures go in as rounded signed integers: a negative double converted to unsigned is
+        // undefined.
+        auto mixReal = [&mix](double v, double scale) {
+            mix(static_cast<uint64_t>(std::llround(v * scale)));
+        };
         mix(static_cast<uint64_t>(sobel->Go()));
         for (int y = 0; y < sobelOut.Height(); ++y)
             for (int x = 0; x < sobelOut.Width(); ++x) mix(sobelOut.Row(y)[x]);
@@ -109,11 +115,11 @@ std::vector<uint64_t> RunOnSharedSource(const Buffer& shared, const CorrTemplate
         mix(static_cast<uint64_t>(blob->Go()));
         for (Blob* b = blobs.First(); b != nullptr; b = b->Next()) mix(static_cast<uint64_t>(b->GetFeat(1)));
         mix(static_cast<uint64_t>(match->Go()));
-        for (int k = 0; k < matches.Count(); ++k) mix(static_cast<uint64_t>(matches.At(k)._score * 1e9));
+        for (int k = 0; k < matches.Count(); ++k) mixReal(matches.At(k)._score, 1e9);
         mix(static_cast<uint64_t>(angle->Go()));
-        mix(static_cast<uint64_t>(angle->Angle() * 1e6));
+        mixReal(angle->Angle(), 1e6);
         mix(static_cast<uint64_t>(focus->Go()));
-        mix(static_cast<uint64_t>(focus->Focus() * 1e6));
+        mixReal(focus->Focus(), 1e6);
         digests.push_back(h);
     }
     return digests;
